@@ -10,8 +10,12 @@
 #include <cstring>
 #include <fstream>
 
+#include <enet/enet.h>
+
 #include "app/SngAppPaths.h"
-#include "session/SngSrvPlayer.h"
+#include "net/SngEnetNetwork.h"
+#include "terrain/GgCounters.h"
+#include "terrain/GgScenery.h"
 #include "toolkit/BtkClock.h"
 #include "toolkit/BtkExit.h"
 #include "toolkit/BtkGeo.h"
@@ -84,18 +88,12 @@ SngServer::SngServer() {
 
 SngServer::~SngServer() {
   players.clear();
-  if (host) enet_host_destroy(host);
+  host.reset();
   if (enet_initialized_) enet_deinitialize();
 }
 
 std::string SngServer::killFilePath() const { return userDir + "/servers/" + name + ".kill"; }
 std::string SngServer::pidFilePath() const { return userDir + "/servers/" + name + ".pid"; }
-
-int SngServer::playerCount() const {
-  int count = 0;
-  for (const auto& player : players) count += player != nullptr;
-  return count;
-}
 
 float SngServer::startTimeOfDay() const {
   return static_cast<float>(situation.hour * 3600 + situation.minute * 60 + situation.second);
@@ -130,11 +128,17 @@ bool SngServer::init(int argc, char** argv) {
 
   readMessageOfTheDay();
 
-  // Terrain (initTerrainModel) and the thermal grid over its bounds come here.
+  if (!initTerrainModel(situation.terrainId)) {
+    fprintf(stderr, "Init terrain model: %s failed!\n", situation.terrainId.c_str());
+    return false;
+  }
+  btkLogger.log(BTK_INFO, "scenery: %s (%s)", situation.terrainId.c_str(), scenery_dir.c_str());
+  logScenerySize();
+  // The thermal grid is laid over the scenery here.
 
   // The LAN scan socket (openScanSocket with options.scan_port) comes here.
 
-  if (!openEnetHost()) return false;
+  if (!openNetwork()) return false;
 
   default_comm_channel = btkCommChannel(situation.mp_comm_frq);
 
@@ -176,14 +180,34 @@ void SngServer::readMessageOfTheDay() {
     in.getline(buffer, sizeof buffer);
     motd += buffer;
     motd += "\n";
+    // Every joining client gets the whole message in SERVER_INFO, whose size the transport limits.
+    if (motd.size() > kMaxMotdBytes) {
+      motd.resize(kMaxMotdBytes);
+      btkLogger.log(BTK_WARNING, "MOTD file %s is longer than %zu bytes: the rest is not sent", path.c_str(),
+                    kMaxMotdBytes);
+      break;
+    }
   }
 }
 
-bool SngServer::openEnetHost() {
-  ENetAddress address{};
-  address.host = ENET_HOST_ANY;
-  address.port = static_cast<enet_uint16>(situation.mp_server_port);
-  host = enet_host_create(&address, kMaxSlots, 2, 0, 0);
+bool SngServer::initTerrainModel(const std::string& scenery) {
+  return ggLoadScenery(dataDir, scenery, terrain, scenery_dir);
+}
+
+void SngServer::logScenerySize() {
+  const double ns = surfaceDistance(terrain->minLat, terrain->minLon, terrain->maxLat, terrain->minLon);
+  const double mid = (terrain->minLat + terrain->maxLat) * 0.5;
+  const double ew = surfaceDistance(mid, terrain->minLon, mid, terrain->maxLon);
+  btkLogger.log(BTK_DEBUG, "Total area: %.1f km NS, %.1f km EW", ns / 1000.0, ew / 1000.0);
+  // Cells of at most 20 km each way.
+  const int rows = 1 + static_cast<int>(ns / 20000.0);
+  const int cols = 1 + static_cast<int>(ew / 20000.0);
+  btkLogger.log(BTK_DEBUG, "Cell size: %lf x %lf", ns / rows, ew / cols);
+  btkLogger.log(BTK_DEBUG, "Thermal grid: %d x %d", rows, cols);
+}
+
+bool SngServer::openNetwork() {
+  host.reset(SngEnetNetwork::create(static_cast<uint16_t>(situation.mp_server_port)));
   if (!host) {
     fputs("An error occurred while trying to create an ENet server host.\n", stderr);
     btkLogger.log(BTK_ERROR, "An error occurred while trying to create an ENet server host.");
@@ -219,25 +243,37 @@ void SngServer::periodicWork() {
   }
   periodic_timer_.lapMs();
   force_periodic = false;
-  // The terrain cache cleanup with its log line comes here.
+  cleanupTerrainCache();
+  maintainConnections();
+}
+
+void SngServer::cleanupTerrainCache() {
+  if (!terrain) return;
+  const int32_t before = memSize();
+  terrain->cleanup();
+  const int32_t after = memSize();
+  btkLogger.log(BTK_DEBUG, "Terrain cache cleanup: memsize = %d K max = %d K (freed %d K)", after / 1000,
+                maxMemSize() / 1000, before / 1000 - after / 1000);
 }
 
 void SngServer::update(int timeoutMs) {
+  PassScope pass(*this);
   const float dt = static_cast<float>(clock.lapMs() / 1000.0);
   sim_time += dt;
 
   sync_countdown -= dt;
   if (sync_countdown <= 0.0f) {
-    // The ping and time-sync burst comes here.
-    sync_countdown = 5.0f;
+    // Set before the burst: a pass nested inside it must not start another one.
+    sync_countdown = kSyncIntervalSeconds;
+    sendPingAndTime();
   }
 
-  // Per-player updates and the idle time-out come here.
+  updatePlayers(dt);
 
   task_update_countdown -= dt;
   if (task_update_countdown <= 0.0f) {
-    // The task-progress broadcast comes here.
-    task_update_countdown = 15.0f;
+    broadcastTaskProgress();
+    task_update_countdown = kTaskUpdateSeconds;
   }
 
   if (shutdown_countdown > kNoShutdown) {
@@ -262,6 +298,30 @@ void SngServer::update(int timeoutMs) {
   // With lan_only, one scan answer (pollScanSocket) comes here.
 }
 
+void SngServer::updatePlayers(float dt) {
+  for (size_t slot = 0; slot < players.size(); ++slot) {
+    SngSrvPlayer* player = players[slot].get();
+    if (!player) continue;
+    player->update(dt);
+    if (player->idle && player->idle_time_left <= 0.0f) {
+      btkLogger.log(BTK_INFO, "Idle timeout for player %zu, disconnecting\n", slot);
+      disconnectPlayer(static_cast<uint32_t>(slot));
+    }
+  }
+}
+
+void SngServer::broadcastTaskProgress() {
+  for (size_t slot = 0; slot < players.size(); ++slot) {
+    SngSrvPlayer* player = players[slot].get();
+    if (!player || player->idle || player->task.turnpoints.empty()) continue;
+    if (player->task.finished && !player->finish_reported) {
+      web_countdown = 0.0f;  // the web trigger of this same pass reports the finish
+      player->finish_reported = true;
+    }
+    bcastTaskUpdate(static_cast<uint32_t>(slot));  // logs "Send task update"
+  }
+}
+
 void SngServer::handleStopSignal() {
   const int signo = sngTakeStopSignal();
   if (signo == 0) return;
@@ -280,34 +340,20 @@ void SngServer::pollKillFile() {
   // A file written on another system may end its lines with CR LF.
   if (!message.empty() && message.back() == '\r') message.pop_back();
   const int minutes = parseMinutes(first);
-  if (!message.empty()) {
-    // bcastShutdownMessage(message) comes here.
-  }
+  if (!message.empty()) bcastShutdownMessage(message);
   shutdown_countdown = static_cast<float>(minutes) * 60.0f;
   btkLogger.log(BTK_INFO, "Shutdown: %d min, msg = %s", minutes, message.empty() ? "(no message)" : message.c_str());
-}
-
-void SngServer::handleNetworkEvents(int timeoutMs) {
-  if (!host) return;
-  ENetEvent event;
-  if (enet_host_service(host, &event, static_cast<enet_uint32>(timeoutMs)) > 0) {
-    // Events are not handled yet: a received packet is only released.
-    if (event.type == ENET_EVENT_TYPE_RECEIVE) enet_packet_destroy(event.packet);
-  }
 }
 
 void SngServer::shutdown() {
   btkLogger.log(BTK_INFO, "Server Shutdown\n");
   unlink(killFilePath().c_str());
   unlink(pidFilePath().c_str());
-  if (host) {
-    enet_host_destroy(host);
-    host = nullptr;
-  }
+  host.reset();
   if (enet_initialized_) {
     enet_deinitialize();
     enet_initialized_ = false;
   }
-  for (auto& player : players) player.reset();
+  players.clear();
   btkExit(0);
 }

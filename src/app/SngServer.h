@@ -1,41 +1,28 @@
-// The server state record and its start-up, main loop and shutdown. One object, built by main and
-// alive until the process ends; every other part of the server is handed it explicitly.
+// The server: the state record of src/net completed by its start-up, main loop and shutdown. One
+// object, built by main and alive until the process ends.
 #pragma once
 
-#include <enet/enet.h>
-
-#include <cstdint>
-#include <memory>
 #include <string>
-#include <vector>
 
 #include "app/SngOptions.h"
-#include "config/SngSituation.h"
+#include "net/SngServerState.h"
 #include "toolkit/BtkTimer.h"
 
-class SngSrvPlayer;
-
-// The scene-graph context the terrain group would be built on; the server renders nothing.
-struct SngRenderContext {};
-
-class SngServer {
+class SngServer : public SngServerState {
  public:
-  static constexpr float kNoShutdown = -9999.0f;        // shutdown_countdown when none is announced
   static constexpr double kPeriodicIntervalMs = 2000.0;
-  static constexpr int kLoopWaitMs = 100;               // network wait of a main-loop pass
-  static constexpr int kMaxSlots = 32;                  // the ENet host's peer limit
+  static constexpr int kLoopWaitMs = 100;  // network wait of a main-loop pass
+  static constexpr float kTaskUpdateSeconds = 15.0f;
 
   SngServer();
-  ~SngServer();
-  SngServer(const SngServer&) = delete;
-  SngServer& operator=(const SngServer&) = delete;
+  ~SngServer() override;
 
   // The start-up sequence; false means the process must end with exit code 1.
   bool init(int argc, char** argv);
   // The main loop; never returns (the process ends through shutdown).
   [[noreturn]] void run();
   // One service pass; timeoutMs is the longest wait for a network event. Passes may nest.
-  void update(int timeoutMs);
+  void update(int timeoutMs) override;
   // The orderly stop; never returns.
   [[noreturn]] void shutdown();
 
@@ -45,32 +32,8 @@ class SngServer {
   // Starts the loop's clocks as run() does, without entering the loop.
   void startLoopClocks();
 
-  int playerCount() const;
   std::string killFilePath() const;
   std::string pidFilePath() const;
-
-  // --- state read directly by every part of the server ---
-  ENetHost* host = nullptr;
-  BtkTimer clock;
-  float sim_time = 0.0f;             // s since midnight
-  float sync_countdown = 1.0f;       // s
-  int32_t pass_count = 0;
-  double start_time = 0.0;           // ms since 1970
-  bool force_periodic = false;
-  bool web_enabled = false;
-  bool lan_only = false;
-  std::string name;
-  std::string scenery_dir;
-  std::string motd;
-  SngSituation situation;
-  SngRenderContext render_context;
-  std::vector<std::unique_ptr<SngSrvPlayer>> players;  // index = player ID; null = free slot
-  float web_countdown = 0.0f;           // s
-  float web_interval = 10.0f;           // s
-  float task_update_countdown = 15.0f;  // s
-  float shutdown_countdown = kNoShutdown;  // s
-  float kill_poll_countdown = 1.0f;     // s
-  uint16_t default_comm_channel = 218;  // 123.450 MHz
 
   SngOptions options;
 
@@ -78,10 +41,14 @@ class SngServer {
   void periodicWork();
   bool readSituation(const std::string& situationName);
   void readMessageOfTheDay();
-  bool openEnetHost();
+  bool initTerrainModel(const std::string& scenery);
+  void logScenerySize();
+  bool openNetwork();
+  void updatePlayers(float dt);
+  void broadcastTaskProgress();
   void pollKillFile();
   void handleStopSignal();
-  void handleNetworkEvents(int timeoutMs);
+  void cleanupTerrainCache();
   float startTimeOfDay() const;
 
   BtkTimer periodic_timer_;

@@ -10,12 +10,14 @@
 
 #include "testutil/Files.h"
 #include "testutil/Ports.h"
+#include "testutil/Scenery.h"
 #include "testutil/ServerProcess.h"
 #include "testutil/TempDir.h"
 
 class ServerFixture : public ::testing::Test {
  protected:
-  ServerFixture() : port(freeUdpPort()) {}
+  // Every server needs a scenery: a flat one 350 m above the sphere, named "test".
+  ServerFixture() : port(freeUdpPort()) { EXPECT_TRUE(buildScenery(dataDir())); }
 
   std::string home() const { return tmp.path("home"); }
   std::string xdgData() const { return tmp.path("home/.local/share"); }
@@ -24,10 +26,10 @@ class ServerFixture : public ::testing::Test {
   std::string serversDir() const { return userDir() + "/servers"; }
   std::string logPath() const { return serversDir() + "/qvserver.log"; }
 
-  // A situation with this fixture's port; extra lines go after the server keys.
+  // A situation with this fixture's port and scenery; extra lines go after the server keys.
   void writeSituation(const std::string& name, const std::string& extra = "") {
-    writeText(serversDir() + "/" + name,
-              "mp_server_name = Test server\nmp_server_port = " + std::to_string(port) + "\n" + extra);
+    writeText(serversDir() + "/" + name, "terrainId = test\nmp_server_name = Test server\nmp_server_port = " +
+                                             std::to_string(port) + "\n" + extra);
   }
 
   // Starts the real qvserver with -datadir= and -userdir= first, then the extra arguments.

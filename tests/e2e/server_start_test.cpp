@@ -154,7 +154,7 @@ TEST_F(StartUp, APortInUseEndsStartUpWithBothMessages) {
   writeSituation("QVServer.stn");
   ServerProcess& first = start({});
   ASSERT_TRUE(waitForText(logPath(), "Starting main loop..."));
-  writeText(tmp.path("second/servers/QVServer.stn"), "mp_server_port = " + std::to_string(port) + "\n");
+  writeText(tmp.path("second/servers/QVServer.stn"), "terrainId = test\nmp_server_port = " + std::to_string(port) + "\n");
   ServerProcess second(std::string(QV_BINARY_DIR) + "/src/app/qvserver",
                        {"-datadir=" + dataDir(), "-userdir=" + tmp.path("second")},
                        {{"HOME", home()}, {"XDG_DATA_HOME", xdgData()}}, tmp.path("second"));
@@ -175,6 +175,35 @@ TEST_F(StartUp, MessageOfTheDayFileThatIsMissingOnlyCostsTheMessage) {
   EXPECT_THAT(readText(logPath()), HasSubstr("[error]: Couldn't open MOTD file: " + serversDir() + "/missing.txt"));
   ASSERT_TRUE(stopWithKillFile());
   EXPECT_EQ(s.exitCode(), 0);
+}
+
+}  // namespace
+
+namespace {
+
+using SceneryStartUp = ServerFixture;
+
+TEST_F(SceneryStartUp, LogsTheSceneryAndItsExtent) {
+  writeSituation("QVServer.stn");
+  ServerProcess& s = start({});
+  ASSERT_TRUE(waitForText(logPath(), "Starting main loop..."));
+  const std::string log = readText(logPath());
+  EXPECT_THAT(log, HasSubstr("[info]: scenery: test (test)"));
+  // 4 cells of 1/64 degree: 0.0625 degree north-south is 6.9 km on the 111195 m-per-degree sphere.
+  EXPECT_THAT(log, HasSubstr("[debug]: Total area: 6.9 km NS, 4.8 km EW"));
+  EXPECT_THAT(log, HasSubstr("[debug]: Thermal grid: 1 x 1"));
+  ASSERT_TRUE(stopWithKillFile());
+  EXPECT_EQ(s.exitCode(), 0);
+}
+
+TEST_F(SceneryStartUp, AMissingSceneryEndsStartUp) {
+  writeSituation("QVServer.stn", "terrainId = nowhere\n");
+  ServerProcess& s = start({});
+  ASSERT_TRUE(s.waitExit(std::chrono::seconds(15)));
+  EXPECT_EQ(s.exitCode(), 1);
+  EXPECT_THAT(s.stderrText(), HasSubstr("Init terrain model: nowhere failed!\n"));
+  EXPECT_THAT(readText(logPath()), HasSubstr("[error]: SngFlightModule: couldn't open any of the terrains in " +
+                                             dataDir() + "/scenery/nowhere"));
 }
 
 }  // namespace

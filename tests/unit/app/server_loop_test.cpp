@@ -11,6 +11,7 @@
 #include "session/SngSrvPlayer.h"
 #include "testutil/Files.h"
 #include "testutil/Ports.h"
+#include "testutil/Scenery.h"
 #include "testutil/TempDir.h"
 #include "toolkit/BtkClock.h"
 #include "toolkit/BtkExit.h"
@@ -29,6 +30,7 @@ void throwOnExit(int code) { throw ExitCalled{code}; }
 class ServerLoop : public ::testing::Test {
  protected:
   void SetUp() override {
+    ASSERT_TRUE(buildScenery(tmp.path("data")));
     btkSetClockSource(&clock);
     btkSetExitHandler(&throwOnExit);
   }
@@ -44,7 +46,8 @@ class ServerLoop : public ::testing::Test {
   std::string log() const { return readText(servers() + "/qvserver.log"); }
 
   void writeSituation(const std::string& extra) {
-    writeText(servers() + "/QVServer.stn", "mp_server_port = " + std::to_string(freeUdpPort()) + "\n" + extra);
+    writeText(servers() + "/QVServer.stn",
+              "terrainId = test\nmp_server_port = " + std::to_string(freeUdpPort()) + "\n" + extra);
   }
 
   bool initServer(std::vector<std::string> extra = {}) {
@@ -119,7 +122,7 @@ TEST_F(ServerLoop, EmptyServerPastTheGateResetsItsClockButAnIdlePlayerKeepsIt) {
   EXPECT_FLOAT_EQ(server->sim_time, 36001.5f);
   EXPECT_THAT(log(), HasSubstr("[debug]: Timer reset: curr_time = 36000"));
 
-  auto player = std::make_unique<SngSrvPlayer>();
+  auto player = std::make_unique<SngSrvPlayer>(server.get(), SngPeer(), 0, 0);
   player->idle = true;
   player->idle_time_left = 1e9f;
   server->players[0] = std::move(player);

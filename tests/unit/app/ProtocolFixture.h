@@ -1,0 +1,117 @@
+// A real server, started from a real situation and scenery, whose transport is scripted: tests queue
+// connections and messages, run passes with an injected clock, and read what the server sent.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+
+#include "app/SngAppPaths.h"
+#include "app/SngServer.h"
+#include "net/SngMessages.h"
+#include "net/SngScriptedNetwork.h"
+#include "testutil/Files.h"
+#include "testutil/Ports.h"
+#include "testutil/Scenery.h"
+#include "testutil/TempDir.h"
+#include "toolkit/BtkClock.h"
+#include "toolkit/BtkExit.h"
+#include "toolkit/BtkLogger.h"
+
+struct ExitCalled {
+  int code;
+};
+inline void throwOnExit(int code) { throw ExitCalled{code}; }
+
+class ProtocolFixture : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(buildScenery(tmp.path("data")));
+    btkSetClockSource(&clock);
+    btkSetExitHandler(&throwOnExit);
+  }
+  void TearDown() override {
+    server.reset();
+    btkSetExitHandler(nullptr);
+    btkSetClockSource(nullptr);
+    btkLogger.closeFile();
+    btkLogger.setThreshold(BTK_INFO);
+  }
+
+  // Starts the server with the situation lines given; its transport becomes the scripted one.
+  void startServer(const std::string& situationLines = "") {
+    writeText(tmp.path("user/servers/QVServer.stn"),
+              "terrainId = test\nmp_server_port = " + std::to_string(freeUdpPort()) + "\n" + situationLines);
+    std::vector<std::string> args{"qvserver", "-datadir=" + tmp.path("data"), "-userdir=" + tmp.path("user")};
+    std::vector<char*> argv;
+    for (auto& arg : args) argv.push_back(arg.data());
+    initApplicationPaths(static_cast<int>(argv.size()), argv.data());
+    server = std::make_unique<SngServer>();
+    ASSERT_TRUE(server->init(static_cast<int>(argv.size()), argv.data()));
+    net = new SngScriptedNetwork();
+    server->host.reset(net);
+    server->startLoopClocks();
+  }
+
+  std::string log() const { return readText(tmp.path("user/servers/qvserver.log")); }
+
+  // One pass after the clock moved on; the pass services one queued event.
+  void pass(double seconds = 0.001) {
+    clock.advanceSeconds(seconds);
+    server->update(0);
+  }
+  // Passes until every queued event has been handled.
+  void drain() {
+    for (int i = 0; i < 1000 && net->pending() > 0; ++i) pass();
+  }
+
+  static std::vector<uint8_t> bytes(const SngPacket& packet) { return packet.bytes; }
+  static std::vector<uint8_t> loginBytes(uint32_t hwId, const std::string& nick, uint8_t major = 1,
+                                         uint8_t minor = 8) {
+    SngLoginMsg login;
+    login.version_major = major;
+    login.version_minor = minor;
+    login.hw_id = hwId;
+    login.pilot_name = "Pilot " + nick;
+    login.nick = nick;
+    return sngMessage(SngNet::LOGIN, login).bytes;
+  }
+  static std::vector<uint8_t> playerBytes(uint8_t opcode, uint8_t id) {
+    SngPlayerMsg msg;
+    msg.player = id;
+    return sngMessage(opcode, msg).bytes;
+  }
+  static std::vector<uint8_t> stateBytes(uint8_t id, double time, double lat = 46.03, double lon = 7.03,
+                                         double alt = 1000.0, uint8_t opcode = SngNet::AIRCRAFT_STATE) {
+    SngStateMsg msg;
+    msg.player = id;
+    msg.state.time = time;
+    msg.state.lat = lat;
+    msg.state.lon = lon;
+    msg.state.alt = alt;
+    return sngMessage(opcode, msg).bytes;
+  }
+
+  // Connects from 127.0.0.d and logs in; handles both events. Returns the connection.
+  SngPeer login(uint32_t hwId, const std::string& nick, uint8_t d = 1) {
+    SngPeer peer = net->connect(127, 0, 0, d);
+    net->receive(peer, loginBytes(hwId, nick));
+    drain();
+    return peer;
+  }
+
+  std::vector<SngScriptedNetwork::Sent> sentTo(const SngPeer& peer, uint8_t opcode) const {
+    std::vector<SngScriptedNetwork::Sent> out;
+    for (const auto& s : net->sent) {
+      if (s.peer == peer && !s.data.empty() && s.data[0] == opcode) out.push_back(s);
+    }
+    return out;
+  }
+
+  TempDir tmp;
+  BtkManualClock clock;
+  std::unique_ptr<SngServer> server;
+  SngScriptedNetwork* net = nullptr;  // owned by the server
+};

@@ -1,0 +1,201 @@
+// The registry, idle rules and nested passes, driven through the scripted transport with an injected
+// clock: minutes of idle time and messages that land inside a nested pass, without sockets or waiting.
+#include "ProtocolFixture.h"
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+namespace {
+
+using Registry = ProtocolFixture;
+
+TEST_F(Registry, ADroppedPlayerHas360SecondsAndAReturningLoginHas300) {
+  startServer();
+  const SngPeer first = login(0xA1, "alice");
+  ASSERT_NE(server->playerAt(0), nullptr);
+  EXPECT_FALSE(server->playerAt(0)->idle);
+  net->drop(first);
+  drain();
+  ASSERT_TRUE(server->playerAt(0)->idle);
+  EXPECT_FLOAT_EQ(server->playerAt(0)->idle_time_left, 360.0f);
+  EXPECT_THAT(log(), HasSubstr("Player 0 (alice) is idle (360.000000 seconds left)"));
+  for (int i = 0; i < 358; ++i) pass(1.0);
+  ASSERT_NE(server->playerAt(0), nullptr);
+
+  // The same client comes back from the same address: its slot, idle, with 300 s to speak.
+  const SngPeer second = login(0xA1, "alice2");
+  ASSERT_NE(server->playerAt(0), nullptr);
+  EXPECT_EQ(server->playerAt(0)->nick, "alice2");
+  EXPECT_TRUE(server->playerAt(0)->idle);
+  EXPECT_TRUE(server->playerAt(0)->peer == second);
+  EXPECT_THAT(log(), HasSubstr("Reconnect player: ID = 0. HW = 0xA1, host = 127.0.0.1"));
+  for (int i = 0; i < 298; ++i) pass(1.0);
+  ASSERT_NE(server->playerAt(0), nullptr);
+  pass(1.5);
+  pass(1.0);
+  EXPECT_EQ(server->playerAt(0), nullptr);
+  EXPECT_THAT(log(), HasSubstr("Idle timeout for player 0, disconnecting\n"));
+}
+
+TEST_F(Registry, APlayerThatHadMoreThan360SecondsLeftKeepsThem) {
+  startServer();
+  const SngPeer first = login(0xB2, "bob");
+  net->drop(first);
+  drain();
+  const SngPeer again = login(0xB2, "bob");  // returning: idle with 300 s
+  server->playerAt(0)->idle_time_left = 400.0f;
+  net->drop(again);
+  drain();
+  EXPECT_NEAR(server->playerAt(0)->idle_time_left, 400.0f, 0.05f);  // less the passes' few milliseconds
+}
+
+TEST_F(Registry, LosingAConnectionIdlesEveryRecordItCarried) {
+  startServer();
+  const SngPeer peer = net->connect();
+  net->receive(peer, loginBytes(1, "one"));
+  net->receive(peer, loginBytes(2, "two"));
+  drain();
+  ASSERT_NE(server->playerAt(1), nullptr);
+  net->drop(peer);
+  drain();
+  EXPECT_TRUE(server->playerAt(0)->idle);
+  EXPECT_TRUE(server->playerAt(1)->idle);
+}
+
+TEST_F(Registry, AReusedTransportPeerIsNotMistakenForTheOldConnection) {
+  startServer();
+  const SngPeer old = login(0xC3, "carol");
+  net->drop(old);
+  drain();
+  // The transport hands the same peer object to a new client; the idle record must stay idle.
+  const SngPeer fresh = net->connect();
+  ASSERT_EQ(fresh.handle, old.handle);
+  drain();
+  net->drop(fresh);
+  drain();
+  EXPECT_NEAR(server->playerAt(0)->idle_time_left, 360.0f, 0.05f);  // not raised again by the second drop
+  EXPECT_THAT(log(), Not(HasSubstr("Player 0 (carol) is idle (360.000000 seconds left)\n"
+                                   "Player 0 (carol) is idle")));
+}
+
+TEST_F(Registry, ConnectionsThatCarryNoPlayerAreClosedAfterAMinute) {
+  startServer();
+  const SngPeer silent = net->connect(10, 0, 0, 1);
+  const SngPeer pilot = login(0xD4, "dave", 2);
+  drain();
+  for (int i = 0; i < 30; ++i) {
+    clock.advanceSeconds(2.5);
+    server->loopIteration(0);
+  }
+  ASSERT_EQ(net->serverDisconnected.size(), 1u);
+  EXPECT_TRUE(net->serverDisconnected[0] == silent);
+  EXPECT_THAT(log(), HasSubstr("Closing connection from 10.0.0.1: no player for 60 s"));
+  EXPECT_TRUE(net->isConnected(pilot));
+}
+
+using NestedPasses = ProtocolFixture;
+
+// Runs `inject` once, the first time the transport is serviced from inside a nested pass.
+void injectInNestedPass(SngScriptedNetwork* net, SngServer* server, std::function<void()> inject) {
+  auto done = std::make_shared<bool>(false);
+  net->onService = [=](int) {
+    if (*done || server->passDepth() < 2) return;
+    *done = true;
+    inject();
+  };
+}
+
+TEST_F(NestedPasses, LogoutInsideAStateLookupStopsTheStateHandler) {
+  startServer();
+  const SngPeer alice = login(0x11, "alice");
+  const SngPeer bob = login(0x22, "bob", 2);
+  injectInNestedPass(net, server.get(), [&] { net->receive(alice, playerBytes(SngNet::LOGOUT, 0)); });
+  net->receive(alice, stateBytes(0, 43300.0));
+  drain();
+  EXPECT_EQ(server->playerAt(0), nullptr);
+  EXPECT_EQ(sentTo(bob, SngNet::PLAYER_LEFT).size(), 1u);
+  EXPECT_TRUE(sentTo(bob, SngNet::AIRCRAFT_STATE).empty());  // the stopped handler relayed nothing
+}
+
+TEST_F(NestedPasses, ASlotReusedInsideAStateLookupKeepsTheNewcomerUntouched) {
+  startServer();
+  const SngPeer alice = login(0x11, "alice");
+  const SngPeer bob = login(0x22, "bob", 2);
+  SngPeer carol;
+  injectInNestedPass(net, server.get(), [&] {
+    net->receive(alice, playerBytes(SngNet::LOGOUT, 0));
+    carol = net->connect(127, 0, 0, 3);
+    net->receive(carol, loginBytes(0x33, "carol"));
+  });
+  net->receive(alice, stateBytes(0, 43300.0));
+  drain();
+  ASSERT_NE(server->playerAt(0), nullptr);
+  EXPECT_EQ(server->playerAt(0)->nick, "carol");
+  EXPECT_LT(server->playerAt(0)->state.time, 0.0);  // alice's state never landed in carol's record
+  EXPECT_TRUE(server->playerAt(0)->track.empty());
+  EXPECT_TRUE(sentTo(bob, SngNet::AIRCRAFT_STATE).empty());
+  EXPECT_EQ(sentTo(carol, SngNet::SERVER_INFO).size(), 1u);
+}
+
+TEST_F(NestedPasses, AnIdleTimeoutInsideAStateLookupLeavesTheSenderWorking) {
+  startServer();
+  const SngPeer alice = login(0x11, "alice");
+  const SngPeer bob = login(0x22, "bob", 2);
+  net->drop(alice);
+  drain();
+  server->playerAt(0)->idle_time_left = 0.5f;
+  // The clock moves on just before bob's state is taken, so the nested pass of its terrain lookup is
+  // the first pass to see alice's idle time run out.
+  net->onService = [&](int) {
+    if (net->pending() == 1) clock.advanceSeconds(1.0);
+  };
+  net->receive(bob, stateBytes(1, 43300.0));
+  drain();
+  EXPECT_EQ(server->playerAt(0), nullptr);
+  EXPECT_THAT(log(), HasSubstr("Idle timeout for player 0, disconnecting\n"));
+  ASSERT_NE(server->playerAt(1), nullptr);
+  EXPECT_EQ(server->playerAt(1)->track.size(), 1u);  // bob's state was recorded after the nested pass
+}
+
+TEST_F(NestedPasses, APassNestedInThePingBurstStartsNoSecondBurst) {
+  startServer("start_gate_altitude_ref = 1\ntask {\n turnpoint {\n  lat = 46.03\n  lon = 7.03\n  name = A\n }\n}\n");
+  const SngPeer alice = login(0x11, "alice");
+  net->sent.clear();
+  // A LOGIN during the burst answers with SERVER_INFO, whose terrain lookup runs a nested pass.
+  bool injected = false;
+  net->onService = [&](int) {
+    if (injected || sentTo(alice, SngNet::PING).empty()) return;
+    injected = true;
+    clock.advanceSeconds(0.05);
+    net->receive(net->connect(127, 0, 0, 9), loginBytes(0x99, "late"));
+  };
+  pass(1.0);  // the first burst is due after 1 s
+  ASSERT_TRUE(injected);
+  EXPECT_EQ(sentTo(alice, SngNet::PING).size(), 5u);
+  EXPECT_EQ(sentTo(alice, SngNet::TIME_SYNC).size(), 1u);
+}
+
+TEST_F(NestedPasses, NestingIsBoundedUnderAStreamOfLogins) {
+  startServer("start_gate_altitude_ref = 1\ntask {\n turnpoint {\n  lat = 46.03\n  lon = 7.03\n  name = A\n }\n}\n");
+  std::vector<SngPeer> peers;
+  for (uint8_t i = 0; i < 20; ++i) peers.push_back(net->connect(127, 0, 1, i));
+  drain();
+  // Every service step brings another LOGIN; each answer runs a nested pass that services the next.
+  int deepest = 0, logins = 0;
+  net->onService = [&](int) {
+    deepest = std::max(deepest, server->passDepth());
+    if (logins < 20) {
+      net->receive(peers[logins], loginBytes(0x100 + logins, "n"));
+      ++logins;
+    }
+  };
+  for (int i = 0; i < 100 && logins < 20; ++i) pass();
+  drain();
+  EXPECT_EQ(deepest, SngServerState::kMaxPassDepth);
+  EXPECT_GT(server->numSkippedNestedPasses, 0u);
+  int answered = 0;
+  for (const auto& s : net->sent) answered += s.data[0] == SngNet::SERVER_INFO;
+  EXPECT_EQ(answered, 20);
+}
+
+}  // namespace
