@@ -220,6 +220,7 @@ void SngServer::startLoopClocks() {
   btkLogger.log(BTK_DEBUG, "Starting main loop...");
   clock.start();
   periodic_timer_.start();
+  stats_timer_.start();
   start_time = btkWallClockMs();
   // The web reporter thread starts here when web_enabled.
 }
@@ -231,7 +232,30 @@ void SngServer::run() {
 
 void SngServer::loopIteration(int timeoutMs) {
   if (force_periodic || periodic_timer_.elapsedMs() >= kPeriodicIntervalMs) periodicWork();
+  const uint64_t eventsBefore = numEvents;
+  BtkTimer passTimer;
+  passTimer.start();
   update(timeoutMs);
+  const double ms = passTimer.elapsedMs();
+  ++stats_passes_;
+  if (numEvents != eventsBefore) {
+    ++stats_busy_passes_;
+    if (ms > stats_worst_busy_ms_) stats_worst_busy_ms_ = ms;
+  }
+  if (stats_timer_.elapsedMs() >= kLoopStatsIntervalMs) logLoopStatistics();
+}
+
+void SngServer::logLoopStatistics() {
+  btkLogger.log(BTK_DEBUG,
+                "Loop statistics: %llu passes, %llu with network events, worst of those %.3f ms; skipped nested "
+                "passes %llu, refused sends %llu, foreign messages %llu, unrecorded states %llu",
+                static_cast<unsigned long long>(stats_passes_), static_cast<unsigned long long>(stats_busy_passes_),
+                stats_worst_busy_ms_, static_cast<unsigned long long>(numSkippedNestedPasses),
+                static_cast<unsigned long long>(numDroppedSends), static_cast<unsigned long long>(numForeignMessages),
+                static_cast<unsigned long long>(numUnrecordedStates));
+  stats_passes_ = stats_busy_passes_ = 0;
+  stats_worst_busy_ms_ = 0.0;
+  stats_timer_.lapMs();
 }
 
 void SngServer::periodicWork() {
@@ -347,6 +371,7 @@ void SngServer::pollKillFile() {
 
 void SngServer::shutdown() {
   btkLogger.log(BTK_INFO, "Server Shutdown\n");
+  logLoopStatistics();
   unlink(killFilePath().c_str());
   unlink(pidFilePath().c_str());
   host.reset();

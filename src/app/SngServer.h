@@ -13,6 +13,7 @@ class SngServer : public SngServerState {
   static constexpr double kPeriodicIntervalMs = 2000.0;
   static constexpr int kLoopWaitMs = 100;  // network wait of a main-loop pass
   static constexpr float kTaskUpdateSeconds = 15.0f;
+  static constexpr double kLoopStatsIntervalMs = 600000.0;  // a statistics line every 10 minutes
 
   SngServer();
   ~SngServer() override;
@@ -51,7 +52,14 @@ class SngServer : public SngServerState {
   void cleanupTerrainCache();
   float startTimeOfDay() const;
 
+  void logLoopStatistics();
+
   BtkTimer periodic_timer_;
+  // Time spent in main-loop passes that handled an event (those never wait for the network).
+  BtkTimer stats_timer_;
+  uint64_t stats_passes_ = 0;
+  uint64_t stats_busy_passes_ = 0;
+  double stats_worst_busy_ms_ = 0.0;
   bool enet_initialized_ = false;
 };
 

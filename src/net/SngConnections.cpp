@@ -12,6 +12,7 @@ void SngServerState::handleNetworkEvents(int timeoutMs) {
   DeferScope defer(*this);
   SngNetEvent event;
   if (!host->service(timeoutMs, event)) return;
+  ++numEvents;
   switch (event.type) {
     case SngNetEvent::CONNECT: onConnect(event.peer, event.info); break;
     case SngNetEvent::DISCONNECT: onDisconnect(event.peer, event.info); break;

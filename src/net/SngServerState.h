@@ -176,9 +176,10 @@ class SngServerState : public SngPlayerHost {
 
   std::map<uint32_t, SngConnection> connections;  // by the transport's connect_id
   uint64_t numSkippedNestedPasses = 0;
-  uint64_t numDroppedSends = 0;
-  uint64_t numForeignMessages = 0;     // named another connection's player, dropped
-  uint64_t numUnrecordedStates = 0;    // non-finite or off-the-globe states: relayed, not recorded  // refused by the transport: connection gone or message too large
+  uint64_t numDroppedSends = 0;      // refused by the transport: connection gone or message too large
+  uint64_t numForeignMessages = 0;   // named another connection's player, dropped
+  uint64_t numUnrecordedStates = 0;  // non-finite or off-the-globe states: relayed, not recorded
+  uint64_t numEvents = 0;            // transport events handled
 
  private:
   void releaseRemovedPlayers();
