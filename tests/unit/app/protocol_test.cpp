@@ -1,5 +1,8 @@
 // The registry, idle rules and nested passes, driven through the scripted transport with an injected
 // clock: minutes of idle time and messages that land inside a nested pass, without sockets or waiting.
+#include <cmath>
+#include <limits>
+
 #include "ProtocolFixture.h"
 
 using ::testing::HasSubstr;
@@ -196,6 +199,160 @@ TEST_F(NestedPasses, NestingIsBoundedUnderAStreamOfLogins) {
   int answered = 0;
   for (const auto& s : net->sent) answered += s.data[0] == SngNet::SERVER_INFO;
   EXPECT_EQ(answered, 20);
+}
+
+}  // namespace
+
+namespace {
+
+using BadInput = ProtocolFixture;
+
+// Every message a client may send, well formed, for player `id`.
+std::vector<std::vector<uint8_t>> everyClientMessage(uint8_t id, uint32_t hwId) {
+  std::vector<std::vector<uint8_t>> out;
+  SngConnectMsg connect;
+  connect.hw_id = hwId;
+  connect.player = id;
+  connect.aircraft_id = "ASK21";
+  connect.registration = "D-1";
+  connect.comp_id = "K1";
+  connect.launch.launch_method = 2;
+  connect.launch.rope_length = 900;
+  connect.launch.winch_id = "w";
+  connect.launch.winch_lat = 46.0;
+  connect.launch.winch_lon = 7.0;
+  SngTurnpoint tp;
+  tp.lat = 46.02;
+  tp.lon = 7.02;
+  tp.oz = 1;
+  tp.name = "TP";
+  connect.task = {tp, tp};
+  out.push_back(sngMessage(SngNet::CONNECT, connect).bytes);
+  SngStateMsg state;
+  state.player = id;
+  state.state.time = 43300.0;
+  state.state.lat = 46.02;
+  state.state.lon = 7.02;
+  out.push_back(sngMessage(SngNet::AIRCRAFT_STATE, state).bytes);
+  out.push_back(sngMessage(SngNet::EXTRA_AIRCRAFT_STATE, state).bytes);
+  SngChatMsg chat;
+  chat.player = id;
+  chat.text = "hello";
+  out.push_back(sngMessage(SngNet::CHAT_MSG, chat).bytes);
+  SngVoiceMsg voice;
+  voice.player = id;
+  voice.channel = 218;
+  voice.num_packets = 1;
+  voice.data = {1, 2};
+  out.push_back(sngMessage(SngNet::VOICE_CHAT, voice).bytes);
+  SngCommFrqMsg frq;
+  frq.player = id;
+  frq.channel = 300;
+  out.push_back(sngMessage(SngNet::COMM_FRQ, frq).bytes);
+  SngPlayerMsg player;
+  player.player = id;
+  out.push_back(sngMessage(SngNet::AIRCRAFT_CRASH, player).bytes);
+  out.push_back(sngMessage(SngNet::AIRCRAFT_INACTIVE, player).bytes);
+  out.push_back(sngMessage(SngNet::LOGOUT, player).bytes);
+  return out;
+}
+
+TEST_F(BadInput, EveryTruncatedClientMessageChangesNothingAndSendsNothing) {
+  startServer("competition_mode = true\nstart_gate_altitude_ref = 1\n");
+  const SngPeer alice = login(0x11, "alice");
+  const SngPeer bob = login(0x22, "bob", 2);
+  const SngSrvPlayer* record = server->playerAt(0);
+  net->sent.clear();
+  for (const auto& whole : everyClientMessage(0, 0x11)) {
+    // Every prefix but the whole message. A voice message's data runs to its end, so only a cut
+    // header (player, channel, packet count: 6 bytes with the opcode) makes it incomplete.
+    const size_t complete = whole[0] == SngNet::VOICE_CHAT ? 6 : whole.size();
+    for (size_t n = 1; n < complete; ++n) {
+      net->receive(alice, std::vector<uint8_t>(whole.begin(), whole.begin() + static_cast<long>(n)));
+    }
+  }
+  drain();
+  ASSERT_EQ(server->playerAt(0), record);
+  EXPECT_EQ(record->aircraft_id, "Unknown Aircraft");
+  EXPECT_LT(record->state.time, 0.0);
+  EXPECT_EQ(record->comm_channel, 218);
+  EXPECT_FALSE(record->crashed);
+  // Only the ping burst may have spoken meanwhile.
+  for (const auto& s : net->sent) {
+    EXPECT_TRUE(s.data[0] == SngNet::PING || s.data[0] == SngNet::TIME_SYNC) << int(s.data[0]);
+  }
+  // The whole messages still work afterwards: CONNECT is answered, the state recorded and relayed.
+  for (const auto& whole : everyClientMessage(0, 0x11)) {
+    if (whole[0] != SngNet::LOGOUT) net->receive(alice, whole);
+  }
+  drain();
+  EXPECT_EQ(sentTo(alice, SngNet::RESULT_OK).size(), 1u);
+  EXPECT_EQ(record->launch_method, 2);
+  EXPECT_EQ(record->comm_channel, 300);
+  EXPECT_TRUE(record->crashed);
+  EXPECT_EQ(sentTo(bob, SngNet::AIRCRAFT_STATE).size(), 1u);
+  EXPECT_EQ(sentTo(bob, SngNet::EXTRA_AIRCRAFT_STATE).size(), 1u);
+}
+
+TEST_F(BadInput, MessagesForFreeOrForeignSlotsReachNobody) {
+  startServer();
+  const SngPeer alice = login(0x11, "alice");
+  login(0x22, "bob", 2);
+  net->sent.clear();
+  for (uint8_t id : {uint8_t{1}, uint8_t{5}, uint8_t{31}, uint8_t{40}, uint8_t{255}}) {
+    for (const auto& msg : everyClientMessage(id, 0x11)) {
+      if (msg[0] != SngNet::CONNECT) net->receive(alice, msg);
+    }
+  }
+  drain();
+  ASSERT_NE(server->playerAt(1), nullptr);
+  EXPECT_EQ(server->playerAt(1)->comm_channel, 218);
+  EXPECT_LT(server->playerAt(1)->state.time, 0.0);
+  for (const auto& s : net->sent) {
+    EXPECT_TRUE(s.data[0] == SngNet::PING || s.data[0] == SngNet::TIME_SYNC) << int(s.data[0]);
+  }
+  EXPECT_EQ(server->numForeignMessages, 8u);  // the eight messages naming bob's slot 1
+}
+
+TEST_F(BadInput, NonFiniteOrOffTheGlobeStatesAreRelayedButNotRecorded) {
+  startServer();
+  const SngPeer alice = login(0x11, "alice");
+  const SngPeer bob = login(0x22, "bob", 2);
+  const double nan = std::nan("");
+  const double inf = std::numeric_limits<double>::infinity();
+  struct Bad {
+    double time, lat, lon;
+  } bads[] = {{nan, 46.0, 7.0}, {43300.0, nan, 7.0}, {43300.0, 46.0, inf}, {43300.0, 91.0, 7.0},
+              {43300.0, 46.0, -180.5}, {inf, 46.0, 7.0}};
+  for (const Bad& b : bads) net->receive(alice, stateBytes(0, b.time, b.lat, b.lon));
+  drain();
+  EXPECT_EQ(server->numUnrecordedStates, 6u);
+  EXPECT_TRUE(server->playerAt(0)->track.empty());
+  EXPECT_LT(server->playerAt(0)->state.time, 0.0);
+  EXPECT_EQ(sentTo(bob, SngNet::AIRCRAFT_STATE).size(), 6u);
+  // Absurd but finite values pass: they are positions on the globe with odd altitudes and times.
+  net->receive(alice, stateBytes(0, 1e9, -90.0, 180.0, -1e7));
+  drain();
+  EXPECT_EQ(server->playerAt(0)->track.size(), 1u);
+}
+
+TEST_F(BadInput, DiagnosticsOfOneConnectionAreBoundedPerMinute) {
+  startServer();
+  const SngPeer noisy = net->connect();
+  for (int i = 0; i < 500; ++i) net->receive(noisy, {0x55});
+  drain();
+  const std::string first = log();
+  size_t count = 0;
+  for (size_t at = first.find("Unknown opcode: 0x55"); at != std::string::npos;
+       at = first.find("Unknown opcode: 0x55", at + 1)) {
+    ++count;
+  }
+  EXPECT_EQ(count, 50u);
+  clock.advanceSeconds(61.0);
+  net->receive(noisy, {0x56});
+  drain();
+  EXPECT_THAT(log(), HasSubstr("Connection from 127.0.0.1: 450 diagnostic lines suppressed in the last minute"));
+  EXPECT_THAT(log(), HasSubstr("Unknown opcode: 0x56 received"));
 }
 
 }  // namespace
