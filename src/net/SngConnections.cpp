@@ -104,7 +104,7 @@ void SngServerState::handleLogin(SngPacket& packet, const SngPeer& peer) {
   }
   if (trace) {
     fprintf(stdout, "  Nick = %s\n", nick.c_str());
-    fprintf(stdout, "  avg. RTT = %u ms\n", host->info(peer).round_trip_ms);
+    fprintf(stdout, "  avg. RTT = %ums\n", host->info(peer).round_trip_ms);
     fflush(stdout);
   }
   const bool versionOk = major > SngNet::PROTOCOL_VERSION_MAJOR ||

@@ -1,25 +1,13 @@
 #include "net/SngPacket.h"
 
+#include "toolkit/BtkBytes.h"
+
 #include <bit>
 #include <cmath>
 #include <limits>
 #include <utility>
 
 namespace {
-
-// Byte order lives here and only here. Values are taken apart and put together byte by byte, so
-// neither the host's byte order nor the alignment of a field inside the message matters.
-template <class T>
-T loadLittle(const uint8_t* at) {
-  T value = 0;
-  for (size_t i = 0; i < sizeof(T); ++i) value = static_cast<T>(value | (T(at[i]) << (8 * i)));
-  return value;
-}
-
-template <class T>
-void storeLittle(std::vector<uint8_t>& bytes, T value) {
-  for (size_t i = 0; i < sizeof(T); ++i) bytes.push_back(static_cast<uint8_t>(value >> (8 * i)));
-}
 
 constexpr double kTwoTo32 = 4294967296.0;
 
@@ -84,19 +72,19 @@ void SngPacket::putU8(uint8_t value) {
   bytes.push_back(value);
 }
 void SngPacket::putU16(uint16_t value) {
-  storeLittle(bytes, value);
+  btkAppendLittle(bytes, value);
 }
 void SngPacket::putI16(int16_t value) {
-  storeLittle(bytes, static_cast<uint16_t>(value));
+  btkAppendLittle(bytes, static_cast<uint16_t>(value));
 }
 void SngPacket::putU32(uint32_t value) {
-  storeLittle(bytes, value);
+  btkAppendLittle(bytes, value);
 }
 void SngPacket::putI32(int32_t value) {
-  storeLittle(bytes, static_cast<uint32_t>(value));
+  btkAppendLittle(bytes, static_cast<uint32_t>(value));
 }
 void SngPacket::putF32(float value) {
-  storeLittle(bytes, std::bit_cast<uint32_t>(value));
+  btkAppendLittle(bytes, std::bit_cast<uint32_t>(value));
 }
 
 void SngPacket::putString(const std::string& text) {
@@ -132,7 +120,7 @@ bool SngPacket::getU8(uint8_t& out) {
 
 bool SngPacket::getU16(uint16_t& out) {
   if (remaining() < 2) return false;
-  out = loadLittle<uint16_t>(&bytes[cursor]);
+  out = btkLoadLittleU16(&bytes[cursor]);
   cursor += 2;
   return true;
 }
@@ -146,7 +134,7 @@ bool SngPacket::getI16(int16_t& out) {
 
 bool SngPacket::getU32(uint32_t& out) {
   if (remaining() < 4) return false;
-  out = loadLittle<uint32_t>(&bytes[cursor]);
+  out = btkLoadLittleU32(&bytes[cursor]);
   cursor += 4;
   return true;
 }

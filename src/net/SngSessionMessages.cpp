@@ -112,7 +112,7 @@ void SngServerState::handleConnect(SngPacket& packet, const SngPeer& peer) {
     }
   }
   if (situation.regatta_start) task.regatta_start = true;
-  if (trace) fprintf(stderr, "  avg. RTT = %u ms\n", host ? host->info(peer).round_trip_ms : 0u);
+  if (trace) fprintf(stderr, "  avg. RTT = %ums\n", host ? host->info(peer).round_trip_ms : 0u);
 
   const uint32_t id = request.player;
   const uint8_t result = connectPlayer(peer, request.hw_id, id, request, task);

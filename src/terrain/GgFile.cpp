@@ -54,7 +54,7 @@ bool GgFile::getU8(uint8_t& out) {
 bool GgFile::getU16(uint16_t& out) {
   uint8_t b[2];
   if (!read(b, sizeof b)) return false;
-  out = ggLoadU16(b);
+  out = btkLoadLittleU16(b);
   return true;
 }
 
@@ -68,7 +68,7 @@ bool GgFile::getI16(int16_t& out) {
 bool GgFile::getU32(uint32_t& out) {
   uint8_t b[4];
   if (!read(b, sizeof b)) return false;
-  out = ggLoadU32(b);
+  out = btkLoadLittleU32(b);
   return true;
 }
 
@@ -89,7 +89,7 @@ bool GgFile::getF32(float& out) {
 bool GgFile::getF64(double& out) {
   uint8_t b[8];
   if (!read(b, sizeof b)) return false;
-  const uint64_t u = ggLoadU64(b);
+  const uint64_t u = btkLoadLittleU64(b);
   memcpy(&out, &u, sizeof out);
   return true;
 }

@@ -2,6 +2,8 @@
 // there; callers compare counts from a file with bytesLeft() before they allocate for them.
 #pragma once
 
+#include "toolkit/BtkBytes.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -42,14 +44,4 @@ class GgFile {
   uint64_t pos_ = 0;
 };
 
-// Byte order lives here: the files are little-endian whatever the host.
-inline uint16_t ggLoadU16(const uint8_t* p) {
-  return static_cast<uint16_t>(p[0] | (p[1] << 8));
-}
-inline uint32_t ggLoadU32(const uint8_t* p) {
-  return static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) |
-         (static_cast<uint32_t>(p[2]) << 16) | (static_cast<uint32_t>(p[3]) << 24);
-}
-inline uint64_t ggLoadU64(const uint8_t* p) {
-  return static_cast<uint64_t>(ggLoadU32(p)) | (static_cast<uint64_t>(ggLoadU32(p + 4)) << 32);
-}
+

@@ -202,7 +202,7 @@ bool GgTerrain::readGridPoints(GgFile& file, const std::string& basePath) {
   for (size_t i = 0; i < points.size(); ++i) {
     float values[3];
     for (int k = 0; k < 3; ++k) {
-      const uint32_t u = ggLoadU32(&bytes[i * kBytesPerGridPoint + 4 * k]);
+      const uint32_t u = btkLoadLittleU32(&bytes[i * kBytesPerGridPoint + 4 * k]);
       memcpy(&values[k], &u, sizeof u);
     }
     if (!std::isfinite(values[0]) || !std::isfinite(values[1]) || !std::isfinite(values[2])) {

@@ -179,11 +179,11 @@ bool GgTinTile::readVertices(GgFile& file, uint32_t lastIndex) {
   std::vector<int16_t> hs(count);
   std::vector<int8_t> normals(static_cast<size_t>(count) * 3, 0);
   if (!readArray(4 + 2 * static_cast<uint64_t>(first), 2)) return false;
-  for (uint32_t i = 0; i < count; ++i) lats[i] = ggLoadU16(&bytes[2 * i]);
+  for (uint32_t i = 0; i < count; ++i) lats[i] = btkLoadLittleU16(&bytes[2 * i]);
   if (!readArray(4 + 2 * n + 2 * static_cast<uint64_t>(first), 2)) return false;
-  for (uint32_t i = 0; i < count; ++i) lons[i] = ggLoadU16(&bytes[2 * i]);
+  for (uint32_t i = 0; i < count; ++i) lons[i] = btkLoadLittleU16(&bytes[2 * i]);
   if (!readArray(4 + 4 * n + 2 * static_cast<uint64_t>(first), 2)) return false;
-  for (uint32_t i = 0; i < count; ++i) hs[i] = static_cast<int16_t>(ggLoadU16(&bytes[2 * i]));
+  for (uint32_t i = 0; i < count; ++i) hs[i] = static_cast<int16_t>(btkLoadLittleU16(&bytes[2 * i]));
   // Without a normal block (version 1.0) those bytes belong to the levels and are never used.
   if (normalSize > 0) {
     if (!readArray(4 + 6 * n + 4 + 3 * static_cast<uint64_t>(first), 3)) return false;

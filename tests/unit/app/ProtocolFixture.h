@@ -40,22 +40,43 @@ class ProtocolFixture : public ::testing::Test {
     btkLogger.setThreshold(BTK_INFO);
   }
 
-  // Starts the server with the situation lines given; its transport becomes the scripted one.
-  void startServer(const std::string& situationLines = "") {
-    writeText(tmp.path("user/servers/QVServer.stn"),
-              "terrainId = test\nmp_server_port = " + std::to_string(freeUdpPort()) + "\n" + situationLines);
-    std::vector<std::string> args{"qvserver", "-datadir=" + tmp.path("data"), "-userdir=" + tmp.path("user")};
-    std::vector<char*> argv;
-    for (auto& arg : args) argv.push_back(arg.data());
-    initApplicationPaths(static_cast<int>(argv.size()), argv.data());
-    server = std::make_unique<SngServer>();
-    ASSERT_TRUE(server->init(static_cast<int>(argv.size()), argv.data()));
+  std::string servers() const { return tmp.path("user/servers"); }
+
+  // Starts the server on a situation of the lines given, with further command-line options; its
+  // transport becomes the scripted one and the loop's clocks start.
+  void startServer(const std::string& situationLines = "", std::vector<std::string> options = {}) {
+    ASSERT_TRUE(initServer(situationLines, std::move(options)));
     net = new SngScriptedNetwork();
     server->host.reset(net);
     server->startLoopClocks();
   }
 
-  std::string log() const { return readText(tmp.path("user/servers/qvserver.log")); }
+  // Start-up alone, as main runs it; false when init fails.
+  bool initServer(const std::string& situationLines, std::vector<std::string> options = {}) {
+    server.reset();
+    writeText(servers() + "/QVServer.stn",
+              "terrainId = test\nmp_server_port = " + std::to_string(freeUdpPort()) + "\n" + situationLines);
+    std::vector<std::string> args{"qvserver", "-datadir=" + tmp.path("data"), "-userdir=" + tmp.path("user")};
+    args.insert(args.end(), options.begin(), options.end());
+    std::vector<char*> argv;
+    for (auto& arg : args) argv.push_back(arg.data());
+    initApplicationPaths(static_cast<int>(argv.size()), argv.data());
+    server = std::make_unique<SngServer>();
+    return server->init(static_cast<int>(argv.size()), argv.data());
+  }
+
+  // Advances the clock and runs one loop turn without a network wait; the exit code if it ended.
+  std::optional<int> turn(double seconds) {
+    clock.advanceSeconds(seconds);
+    try {
+      server->loopIteration(0);
+    } catch (const ExitCalled& e) {
+      return e.code;
+    }
+    return std::nullopt;
+  }
+
+  std::string log() const { return readText(servers() + "/qvserver.log"); }
 
   // One pass after the clock moved on; the pass services one queued event.
   void pass(double seconds = 0.001) {

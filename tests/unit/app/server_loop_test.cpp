@@ -1,85 +1,18 @@
 // The server's start-up and main loop driven in-process: an injected clock stands in for minutes of
 // real time, and an exit handler that throws lets a test watch the process end.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <csignal>
-#include <memory>
 
-#include "app/SngAppPaths.h"
-#include "app/SngServer.h"
-#include "session/SngSrvPlayer.h"
-#include "testutil/Files.h"
-#include "testutil/Ports.h"
-#include "testutil/Scenery.h"
-#include "testutil/TempDir.h"
-#include "toolkit/BtkClock.h"
-#include "toolkit/BtkExit.h"
-#include "toolkit/BtkLogger.h"
+#include "ProtocolFixture.h"
 
 using ::testing::HasSubstr;
 using ::testing::Not;
 
 namespace {
 
-struct ExitCalled {
-  int code;
-};
-void throwOnExit(int code) { throw ExitCalled{code}; }
-
-class ServerLoop : public ::testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_TRUE(buildScenery(tmp.path("data")));
-    btkSetClockSource(&clock);
-    btkSetExitHandler(&throwOnExit);
-  }
-  void TearDown() override {
-    server.reset();
-    btkSetExitHandler(nullptr);
-    btkSetClockSource(nullptr);
-    btkLogger.closeFile();
-    btkLogger.setThreshold(BTK_INFO);
-  }
-
-  std::string servers() const { return tmp.path("user/servers"); }
-  std::string log() const { return readText(servers() + "/qvserver.log"); }
-
-  void writeSituation(const std::string& extra) {
-    writeText(servers() + "/QVServer.stn",
-              "terrainId = test\nmp_server_port = " + std::to_string(freeUdpPort()) + "\n" + extra);
-  }
-
-  bool initServer(std::vector<std::string> extra = {}) {
-    std::vector<std::string> args{"qvserver", "-datadir=" + tmp.path("data"), "-userdir=" + tmp.path("user")};
-    args.insert(args.end(), extra.begin(), extra.end());
-    std::vector<char*> argv;
-    for (auto& arg : args) argv.push_back(arg.data());
-    initApplicationPaths(static_cast<int>(argv.size()), argv.data());
-    server = std::make_unique<SngServer>();
-    return server->init(static_cast<int>(argv.size()), argv.data());
-  }
-
-  // Advances the clock and runs one loop turn without a network wait; the exit code if it ended.
-  std::optional<int> turn(double seconds) {
-    clock.advanceSeconds(seconds);
-    try {
-      server->loopIteration(0);
-    } catch (const ExitCalled& e) {
-      return e.code;
-    }
-    return std::nullopt;
-  }
-
-  TempDir tmp;
-  BtkManualClock clock;
-  std::unique_ptr<SngServer> server;
-};
+using ServerLoop = ProtocolFixture;
 
 TEST_F(ServerLoop, AnnouncedShutdownHappensEvenAfterTheKillFileIsRemoved) {
-  writeSituation("");
-  ASSERT_TRUE(initServer());
-  server->startLoopClocks();
+  startServer("");
   writeText(servers() + "/QVServer.kill", "  +5 minutes please\nServer closes in 5 minutes\n");
   writeText(servers() + "/QVServer.pid", "42\n");
   ASSERT_EQ(turn(1.5), std::nullopt);
@@ -101,9 +34,7 @@ TEST_F(ServerLoop, AnnouncedShutdownHappensEvenAfterTheKillFileIsRemoved) {
 }
 
 TEST_F(ServerLoop, KillFilePollWaitsForItsSecondAndBadMinutesMeanNow) {
-  writeSituation("");
-  ASSERT_TRUE(initServer());
-  server->startLoopClocks();
+  startServer("");
   writeText(servers() + "/QVServer.kill", "soon\n");
   ASSERT_EQ(turn(0.6), std::nullopt);
   EXPECT_THAT(log(), Not(HasSubstr("Shutdown:")));  // the first poll comes after 1 s
@@ -113,9 +44,7 @@ TEST_F(ServerLoop, KillFilePollWaitsForItsSecondAndBadMinutesMeanNow) {
 }
 
 TEST_F(ServerLoop, EmptyServerPastTheGateResetsItsClockButAnIdlePlayerKeepsIt) {
-  writeSituation("time = 10:00:00\nstart_gate_open_time = 600\n");
-  ASSERT_TRUE(initServer());
-  server->startLoopClocks();
+  startServer("time = 10:00:00\nstart_gate_open_time = 600\n");
   ASSERT_EQ(turn(1.0), std::nullopt);
   EXPECT_FLOAT_EQ(server->sim_time, 36001.0f);
   ASSERT_EQ(turn(1.5), std::nullopt);  // the periodic work runs first, then the pass adds 1.5 s
@@ -131,9 +60,7 @@ TEST_F(ServerLoop, EmptyServerPastTheGateResetsItsClockButAnIdlePlayerKeepsIt) {
 }
 
 TEST_F(ServerLoop, NoClockResetBeforeTheGateOpens) {
-  writeSituation("time = 12:00:00\nstart_gate_open_time = 13:00:00\n");
-  ASSERT_TRUE(initServer());
-  server->startLoopClocks();
+  startServer("time = 12:00:00\nstart_gate_open_time = 13:00:00\n");
   ASSERT_EQ(turn(2.5), std::nullopt);
   ASSERT_EQ(turn(2.5), std::nullopt);
   EXPECT_FLOAT_EQ(server->sim_time, 43205.0f);
@@ -141,9 +68,7 @@ TEST_F(ServerLoop, NoClockResetBeforeTheGateOpens) {
 }
 
 TEST_F(ServerLoop, StopSignalShutsDownOnTheNextPasses) {
-  writeSituation("");
-  ASSERT_TRUE(initServer());
-  server->startLoopClocks();
+  startServer("");
   sngInstallStopSignalHandlers();
   raise(SIGINT);
   ASSERT_EQ(turn(0.01), std::nullopt);
@@ -154,31 +79,34 @@ TEST_F(ServerLoop, StopSignalShutsDownOnTheNextPasses) {
 }
 
 TEST_F(ServerLoop, MessageOfTheDayKeepsTheFinalEmptyRead) {
-  writeSituation("mp_server_message_file = motd.txt\n");
+  const std::string situation = "mp_server_message_file = motd.txt\n";
   writeText(servers() + "/motd.txt", "Welcome\nFly safe\n");
-  ASSERT_TRUE(initServer());
+  ASSERT_TRUE(initServer(situation));
   EXPECT_EQ(server->motd, "Welcome\nFly safe\n\n");
-  server.reset();
   writeText(servers() + "/motd.txt", "Welcome\nFly safe");
-  ASSERT_TRUE(initServer());
+  ASSERT_TRUE(initServer(situation));
   EXPECT_EQ(server->motd, "Welcome\nFly safe\n");
-  server.reset();
   writeText(servers() + "/motd.txt", std::string(1500, 'm') + "\nnever read\n");
-  ASSERT_TRUE(initServer());
+  ASSERT_TRUE(initServer(situation));
   EXPECT_EQ(server->motd, std::string(1023, 'm') + "\n");
+  // Every joining client receives the whole message: a huge file is cut at 16 KiB.
+  std::string lines;
+  for (int i = 0; i < 2000; ++i) lines += "line " + std::to_string(i) + "\n";
+  writeText(servers() + "/motd.txt", lines);
+  ASSERT_TRUE(initServer(situation));
+  EXPECT_EQ(server->motd.size(), SngServerState::kMaxMotdBytes);
+  EXPECT_EQ(server->motd, lines.substr(0, SngServerState::kMaxMotdBytes));
+  EXPECT_THAT(log(), HasSubstr("[warning]: MOTD file " + servers() + "/motd.txt is longer than 16384 bytes"));
 }
 
 TEST_F(ServerLoop, StartUpDerivesChannelSlotsAndSwitchesFromSituationAndOptions) {
-  writeSituation("mp_comm_frq = 122.5\nmp_max_players = 50\n");
-  ASSERT_TRUE(initServer({"-lan", "-web_interval=abc"}));
+  ASSERT_TRUE(initServer("mp_comm_frq = 122.5\nmp_max_players = 50\n", {"-lan", "-web_interval=abc"}));
   EXPECT_EQ(server->default_comm_channel, 180);
   EXPECT_EQ(server->players.size(), 32u);
   EXPECT_TRUE(server->lan_only);
   EXPECT_FALSE(server->web_enabled);
   EXPECT_FLOAT_EQ(server->web_interval, 0.0f);
-  server.reset();
-  writeSituation("mp_max_players = 8\n");
-  ASSERT_TRUE(initServer({"-web=http://example"}));
+  ASSERT_TRUE(initServer("mp_max_players = 8\n", {"-web=http://example"}));
   EXPECT_EQ(server->players.size(), 8u);
   EXPECT_TRUE(server->web_enabled);
   EXPECT_EQ(server->default_comm_channel, 218);
