@@ -159,6 +159,17 @@ TEST_F(Session, StatesCrashesAndInactiveNoticesGoToTheOthersOnly) {
   EXPECT_NE(log.find("bob crashed!"), std::string::npos);
 }
 
+TEST_F(Session, AScanRequestOverTheGameConnectionIsOnlyLogged) {
+  startServer();
+  uint8_t a = 255;
+  auto alice = loginClient(0xA, "alice", a);
+  alice->clearInbox();
+  alice->serverScan();
+  ASSERT_TRUE(waitForText(logPath(), "[debug]: SERVER_SCAN"));
+  settle({alice.get()});
+  EXPECT_EQ(alice->inbox().size(), alice->countOpcode(SngNet::PING) + alice->countOpcode(SngNet::TIME_SYNC));
+}
+
 TEST_F(Session, VoiceReachesTheSameChannelOnlyAndMovesTheSender) {
   startServer();
   uint8_t a = 255, b = 255, c = 255;

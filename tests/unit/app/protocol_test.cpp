@@ -356,3 +356,43 @@ TEST_F(BadInput, DiagnosticsOfOneConnectionAreBoundedPerMinute) {
 }
 
 }  // namespace
+
+namespace {
+
+using TaskBroadcast = ProtocolFixture;
+
+TEST_F(TaskBroadcast, AFinishSeenByTheBroadcastRequestsAWebReportOncePerPlayer) {
+  startServer();
+  const SngPeer alice = login(0x11, "alice");
+  const SngPeer bob = login(0x22, "bob", 2);
+  // Both join (live) and alice flies a finished two-point task.
+  for (uint32_t id : {0u, 1u}) {
+    SngSrvPlayer* p = server->playerAt(id);
+    p->idle = false;
+    SngTurnpoint tp;
+    tp.lat = 46.0;
+    tp.lon = 7.0;
+    p->task.turnpoints = {tp, tp};
+  }
+  server->playerAt(0)->task.finished = true;
+  server->web_countdown = 100.0f;
+  pass(15.0);
+  EXPECT_TRUE(server->playerAt(0)->finish_reported);
+  EXPECT_FALSE(server->playerAt(1)->finish_reported);
+  EXPECT_LE(server->web_countdown, 0.0f);  // the same pass asked for a report
+  ASSERT_EQ(sentTo(bob, SngNet::TASK_UPDATE).size(), 1u);
+  EXPECT_EQ(sentTo(bob, SngNet::TASK_UPDATE)[0].data[2], 2);  // status: finished
+  EXPECT_EQ(sentTo(alice, SngNet::TASK_UPDATE).size(), 1u);   // bob's update, never her own
+  server->web_countdown = 100.0f;
+  pass(15.0);
+  EXPECT_GT(server->web_countdown, 0.0f);  // reported once only
+  const std::string text = log();
+  size_t lines = 0;
+  for (size_t at = text.find("Send task update: alice"); at != std::string::npos;
+       at = text.find("Send task update: alice", at + 1)) {
+    ++lines;
+  }
+  EXPECT_EQ(lines, 2u);  // one line per player and broadcast
+}
+
+}  // namespace
