@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdio>
@@ -44,17 +43,15 @@ std::string baseName(const std::string& situationName) {
   return base;
 }
 
-// One line of at most 1023 characters, as a 1024-byte buffer holds it; false at the end of the file.
-bool readBoundedLine(std::ifstream& in, std::string& line) {
+// One line of at most 1023 characters, as a 1024-byte buffer holds it.
+std::string readBoundedLine(std::ifstream& in) {
   char buffer[kLineBufferSize] = "";
   in.getline(buffer, sizeof buffer);
-  line = buffer;
-  return !line.empty() || in.good() || in.gcount() > 0;
+  return buffer;
 }
 
 // Leading blanks and a sign allowed, 0 without digits; clamped so that minutes * 60 stays finite.
 int parseMinutes(const std::string& line) {
-  errno = 0;
   long value = strtol(line.c_str(), nullptr, 10);
   if (value > INT_MAX / 60) value = INT_MAX / 60;
   if (value < INT_MIN / 60) value = INT_MIN / 60;
@@ -176,9 +173,7 @@ void SngServer::readMessageOfTheDay() {
   // Every read is appended, the final empty one too: a file ending in a line feed leaves one more
   // "\n" behind, and a line over 1023 characters ends the message after its first 1023.
   while (in.good()) {
-    char buffer[kLineBufferSize] = "";
-    in.getline(buffer, sizeof buffer);
-    motd += buffer;
+    motd += readBoundedLine(in);
     motd += "\n";
     // Every joining client gets the whole message in SERVER_INFO, whose size the transport limits.
     if (motd.size() > kMaxMotdBytes) {
@@ -358,9 +353,8 @@ void SngServer::handleStopSignal() {
 void SngServer::pollKillFile() {
   std::ifstream in(killFilePath());
   if (!in) return;  // the normal case: nobody asked for a shutdown
-  std::string first, message;
-  readBoundedLine(in, first);
-  if (in) readBoundedLine(in, message);
+  const std::string first = readBoundedLine(in);
+  std::string message = in ? readBoundedLine(in) : std::string();
   // A file written on another system may end its lines with CR LF.
   if (!message.empty() && message.back() == '\r') message.pop_back();
   const int minutes = parseMinutes(first);

@@ -8,14 +8,8 @@
 #include "terrain/GgTriangle.h"
 #include "toolkit/BtkLogger.h"
 
-namespace {
-
-SngPacket rawPacket(const std::vector<uint8_t>& bytes) { return SngPacket(bytes.data(), bytes.size()); }
-
-}  // namespace
-
 void SngServerState::relayToOthers(uint32_t sender, const std::vector<uint8_t>& bytes) {
-  sendToPlayers(static_cast<int>(sender), rawPacket(bytes), false);
+  sendToPlayers(static_cast<int>(sender), bytes.data(), bytes.size(), false, [](const SngSrvPlayer&) { return true; });
 }
 
 void SngServerState::bcastChatMessage(uint32_t sender, const std::string& text) {
@@ -27,7 +21,7 @@ void SngServerState::bcastChatMessage(uint32_t sender, const std::string& text) 
 }
 
 void SngServerState::bcastVoice(uint32_t sender, const std::vector<uint8_t>& bytes, uint16_t channel) {
-  sendToPlayers(static_cast<int>(sender), rawPacket(bytes), true,
+  sendToPlayers(static_cast<int>(sender), bytes.data(), bytes.size(), true,
                 [channel](const SngSrvPlayer& player) { return player.comm_channel == channel; });
 }
 

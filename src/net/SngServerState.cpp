@@ -44,16 +44,17 @@ void SngServerState::runNestedPass(int timeoutMs) {
   update(timeoutMs);
 }
 
-void SngServerState::sendToPeer(const SngPeer& peer, const SngPacket& packet, bool reliable) {
-  if (!peer) {
-    btkLogger.log(BTK_ERROR, "Trying to send data to empty peer");
-    if (packet.bytes.empty()) {
-      btkLogger.log(BTK_ERROR, "empty packet");
-    } else {
-      btkLogger.log(BTK_ERROR, "packet signature = 0x%X", packet.bytes[0]);
-    }
-    return;
+void SngServerState::logEmptyPeer(const uint8_t* data, size_t size) {
+  btkLogger.log(BTK_ERROR, "Trying to send data to empty peer");
+  if (size == 0) {
+    btkLogger.log(BTK_ERROR, "empty packet");
+  } else {
+    btkLogger.log(BTK_ERROR, "packet signature = 0x%X", data[0]);
   }
+}
+
+void SngServerState::sendToPeer(const SngPeer& peer, const SngPacket& packet, bool reliable) {
+  if (!peer) return logEmptyPeer(packet.bytes.data(), packet.bytes.size());
   if (!host) return;
   if (host->send(&peer, 1, packet.bytes.data(), packet.bytes.size(), reliable) == 0) ++numDroppedSends;
 }

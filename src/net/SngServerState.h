@@ -98,8 +98,13 @@ class SngServerState : public SngPlayerHost {
   void sendToPlayer(const SngSrvPlayer& player, const SngPacket& packet, bool reliable);
   // One message to every present, non-idle player but the excluded slot (-1: none) that passes the
   // filter; the message is built once for all of them.
+  // Relays pass the received bytes straight through, without copying them into a packet first.
   template <class Filter>
-  void sendToPlayers(int excludedSlot, const SngPacket& packet, bool reliable, Filter filter);
+  void sendToPlayers(int excludedSlot, const uint8_t* data, size_t size, bool reliable, Filter filter);
+  template <class Filter>
+  void sendToPlayers(int excludedSlot, const SngPacket& packet, bool reliable, Filter filter) {
+    sendToPlayers(excludedSlot, packet.bytes.data(), packet.bytes.size(), reliable, filter);
+  }
   void sendToPlayers(int excludedSlot, const SngPacket& packet, bool reliable) {
     sendToPlayers(excludedSlot, packet, reliable, [](const SngSrvPlayer&) { return true; });
   }
@@ -183,6 +188,7 @@ class SngServerState : public SngPlayerHost {
 
  private:
   void releaseRemovedPlayers();
+  static void logEmptyPeer(const uint8_t* data, size_t size);
   void handleLogin(SngPacket& packet, const SngPeer& peer);
   void handleConnect(SngPacket& packet, const SngPeer& peer);
   void handleAircraftState(SngPacket& packet, const SngPeer& peer, uint8_t opcode);
@@ -204,18 +210,18 @@ class SngServerState : public SngPlayerHost {
 };
 
 template <class Filter>
-void SngServerState::sendToPlayers(int excludedSlot, const SngPacket& packet, bool reliable, Filter filter) {
+void SngServerState::sendToPlayers(int excludedSlot, const uint8_t* data, size_t size, bool reliable, Filter filter) {
   std::vector<SngPeer> peers;
   for (size_t slot = 0; slot < players.size(); ++slot) {
     const SngSrvPlayer* player = players[slot].get();
     if (!player || player->idle || static_cast<int>(slot) == excludedSlot || !filter(*player)) continue;
     if (!player->peer) {
-      sendToPeer(player->peer, packet, reliable);  // logs the empty peer
+      logEmptyPeer(data, size);
       continue;
     }
     peers.push_back(player->peer);
   }
   if (peers.empty() || !host) return;
-  const size_t taken = host->send(peers.data(), peers.size(), packet.bytes.data(), packet.bytes.size(), reliable);
+  const size_t taken = host->send(peers.data(), peers.size(), data, size, reliable);
   numDroppedSends += peers.size() - taken;
 }

@@ -58,6 +58,26 @@ class ProtocolE2E : public ServerFixture {
     return client;
   }
 
+  // The two pilots most tests need: alice (hardware 0xA) and bob (0xB), both joined, slots 0 and 1.
+  struct Pilots {
+    std::unique_ptr<QvClient> alice;
+    uint8_t a = 255;
+    std::unique_ptr<QvClient> bob;
+    uint8_t b = 255;
+  };
+  Pilots joinAliceAndBob() {
+    Pilots p;
+    p.alice = joinClient(0xA, "alice", p.a);
+    p.bob = joinClient(0xB, "bob", p.b);
+    return p;
+  }
+
+  // Drops the client's connection and waits until the server has made its player idle.
+  void dropUntilIdle(QvClient& client, const std::string& idleLine) {
+    client.dropConnection();
+    ASSERT_TRUE(waitForText(logPath(), idleLine));
+  }
+
   static SngAircraftState stateAt(double time, double lat = 46.03, double lon = 7.03, double alt = 1200.0) {
     SngAircraftState s;
     s.time = time;

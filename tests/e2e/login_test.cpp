@@ -61,12 +61,9 @@ TEST_F(Login, TheSameHardwareFromAnotherAddressIsAnotherPlayer) {
 
 TEST_F(Login, ADroppedClientGoesIdleWithoutPlayerLeftAndGetsItsSlotBack) {
   startServer();
-  uint8_t a = 255, b = 255;
-  auto alice = joinClient(0xA, "alice", a);
-  auto bob = joinClient(0xB, "bob", b);
+  auto [alice, a, bob, b] = joinAliceAndBob();
   bob->clearInbox();
-  alice->dropConnection();
-  ASSERT_TRUE(waitForText(logPath(), "Player 0 (alice) is idle (360.000000 seconds left)"));
+  ASSERT_NO_FATAL_FAILURE(dropUntilIdle(*alice, "Player 0 (alice) is idle (360.000000 seconds left)"));
   settle({bob.get()});
   EXPECT_EQ(bob->countOpcode(SngNet::PLAYER_LEFT), 0u);
   uint8_t back = 255;

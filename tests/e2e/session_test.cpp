@@ -20,8 +20,7 @@ TEST_F(Session, AJoinerGetsInfoThenOkThenTheLiveAircraftAndTheOthersHearOfIt) {
   uint8_t a = 255, b = 255, c = 255;
   auto alice = joinClient(0xA, "alice", a);
   auto idle = joinClient(0xB, "idle", b);
-  idle->dropConnection();
-  ASSERT_TRUE(waitForText(logPath(), "Player 1 (idle) is idle"));
+  ASSERT_NO_FATAL_FAILURE(dropUntilIdle(*idle, "Player 1 (idle) is idle"));
   alice->clearInbox();
   auto carol = joinClient(0xC, "carol", c);
   const auto existing = carol->waitFor(SngNet::EXISTING_AIRCRAFT, 5s);
@@ -77,9 +76,7 @@ TEST_F(Session, AnAerotowIsShownToLaterJoinersUntilTheRelease) {
 
 TEST_F(Session, ASecondConnectReplacesTheAircraftAndIsAnnouncedAgain) {
   startServer();
-  uint8_t a = 255, b = 255;
-  auto alice = joinClient(0xA, "alice", a);
-  auto bob = joinClient(0xB, "bob", b);
+  auto [alice, a, bob, b] = joinAliceAndBob();
   ASSERT_TRUE(alice->waitFor(SngNet::NEW_AIRCRAFT, 5s));
   SngConnectMsg again = joinMessage(0xB, b);
   again.aircraft_id = "LS8";
@@ -132,9 +129,7 @@ TEST_F(Session, AWinchConnectWithoutItsDirectionChangesNothing) {
 
 TEST_F(Session, StatesCrashesAndInactiveNoticesGoToTheOthersOnly) {
   startServer();
-  uint8_t a = 255, b = 255;
-  auto alice = joinClient(0xA, "alice", a);
-  auto bob = joinClient(0xB, "bob", b);
+  auto [alice, a, bob, b] = joinAliceAndBob();
   alice->clearInbox();
   bob->sendState(b, stateAt(43300.0));
   const auto relayed = alice->waitFor(SngNet::AIRCRAFT_STATE, 5s);
@@ -197,11 +192,8 @@ TEST_F(Session, VoiceReachesTheSameChannelOnlyAndMovesTheSender) {
 
 TEST_F(Session, ChatFromAnIdlePlayerBringsItBackAndIsNeverEchoed) {
   startServer();
-  uint8_t a = 255, b = 255;
-  auto alice = joinClient(0xA, "alice", a);
-  auto bob = joinClient(0xB, "bob", b);
-  alice->dropConnection();
-  ASSERT_TRUE(waitForText(logPath(), "Player 0 (alice) is idle"));
+  auto [alice, a, bob, b] = joinAliceAndBob();
+  ASSERT_NO_FATAL_FAILURE(dropUntilIdle(*alice, "Player 0 (alice) is idle"));
   auto alice2 = connectClient();  // same address: may speak for the idle player
   alice2->chat(a, "back again");
   const auto line = bob->waitFor(SngNet::CHAT_MSG, 5s);
@@ -218,9 +210,7 @@ TEST_F(Session, ChatFromAnIdlePlayerBringsItBackAndIsNeverEchoed) {
 
 TEST_F(Session, LogoutFreesTheSlotForTheNextClientAndTellsTheOthers) {
   startServer();
-  uint8_t a = 255, b = 255;
-  auto alice = joinClient(0xA, "alice", a);
-  auto bob = joinClient(0xB, "bob", b);
+  auto [alice, a, bob, b] = joinAliceAndBob();
   bob->logout(99);  // a free slot: nothing happens
   alice->logout(a);
   const auto left = bob->waitFor(SngNet::PLAYER_LEFT, 5s);
@@ -235,11 +225,8 @@ TEST_F(Session, LogoutFreesTheSlotForTheNextClientAndTellsTheOthers) {
 
 TEST_F(Session, AnIdlePlayersLogoutLeavesIdleThenRemovesIt) {
   startServer();
-  uint8_t a = 255, b = 255;
-  auto alice = joinClient(0xA, "alice", a);
-  auto bob = joinClient(0xB, "bob", b);
-  alice->dropConnection();
-  ASSERT_TRUE(waitForText(logPath(), "Player 0 (alice) is idle"));
+  auto [alice, a, bob, b] = joinAliceAndBob();
+  ASSERT_NO_FATAL_FAILURE(dropUntilIdle(*alice, "Player 0 (alice) is idle"));
   auto alice2 = connectClient();
   alice2->logout(a);
   ASSERT_TRUE(bob->waitFor(SngNet::PLAYER_LEFT, 5s));
