@@ -112,7 +112,7 @@ void SngServerState::handleLogin(SngPacket& packet, const SngPeer& peer) {
   uint32_t playerId = 0;
   const uint8_t result = versionOk ? loginPlayer(peer, hwId, major, minor, pilotName, nick, playerId)
                                    : SngNet::RESULT_VERSION_TOO_OLD;
-  btkLogger.log(BTK_DEBUG, "LOGIN(%s): result = %d", nick.c_str(), result);
+  if (trace) btkLogger.log(BTK_DEBUG, "LOGIN(%s): result = %d", nick.c_str(), result);
   if (result == SngNet::RESULT_OK) return sendServerInfo(playerId);
   SngPacket answer;
   answer.putU8(result);

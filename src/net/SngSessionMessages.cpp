@@ -98,7 +98,8 @@ void SngServerState::handleConnect(SngPacket& packet, const SngPeer& peer) {
 
   SngTaskProgress task;
   for (size_t i = 0; i < request.task.size(); ++i) {
-    btkLogger.log(BTK_DEBUG, "Task: TP %zu: %s", i, request.task[i].name.c_str());
+    // One line per turnpoint, up to 255 a message: each counts against the sender's budget.
+    if (diagnosticAllowed(peer)) btkLogger.log(BTK_DEBUG, "Task: TP %zu: %s", i, request.task[i].name.c_str());
   }
   task.turnpoints = request.task;
   task.length = -1.0;
@@ -140,8 +141,10 @@ uint8_t SngServerState::connectPlayer(const SngPeer& peer, uint32_t hwId, uint32
                                       SngTaskProgress& task) {
   SngSrvPlayer* player = playerAt(id);
   if (!player || player->hw_id != hwId || player->host != peer.hostText()) {
-    btkLogger.log(BTK_INFO, "Connect player failed (unknown player): ID = %u, HW = 0x%X, AC = %s, Reg = %s, Comp = %s",
-                  id, hwId, request.aircraft_id.c_str(), request.registration.c_str(), request.comp_id.c_str());
+    if (diagnosticAllowed(peer)) {
+      btkLogger.log(BTK_INFO, "Connect player failed (unknown player): ID = %u, HW = 0x%X, AC = %s, Reg = %s, Comp = %s",
+                    id, hwId, request.aircraft_id.c_str(), request.registration.c_str(), request.comp_id.c_str());
+    }
     return SngNet::RESULT_UNKNOWN_PLAYER;
   }
   player->setPeer(peer);

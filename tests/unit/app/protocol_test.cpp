@@ -361,6 +361,29 @@ namespace {
 
 using TaskBroadcast = ProtocolFixture;
 
+size_t countOf(const std::string& text, const std::string& needle) {
+  size_t count = 0;
+  for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1)) ++count;
+  return count;
+}
+
+TEST_F(BadInput, AConnectFloodWithLongTasksKeepsTheLogBounded) {
+  startServer();
+  const SngPeer stranger = net->connect();
+  SngConnectMsg msg;
+  msg.player = 0;
+  msg.aircraft_id = "x";
+  SngTurnpoint tp;
+  tp.name = "TP";
+  msg.task.assign(200, tp);
+  for (int i = 0; i < 100; ++i) net->receive(stranger, sngMessage(SngNet::CONNECT, msg).bytes);
+  drain();
+  EXPECT_EQ(sentTo(stranger, SngNet::RESULT_UNKNOWN_PLAYER).size(), 100u);  // every one is answered
+  const std::string text = log();
+  EXPECT_LE(countOf(text, "Task: TP"), 50u);
+  EXPECT_LE(countOf(text, "Connect player failed"), 50u);
+}
+
 TEST_F(TaskBroadcast, AFinishSeenByTheBroadcastRequestsAWebReportOncePerPlayer) {
   startServer();
   const SngPeer alice = login(0x11, "alice");
