@@ -1,27 +1,28 @@
-// A real server and real ENet clients on loopback.
+// One real server process in a world of its own (testutil/ServerWorld.h) and real ENet clients on
+// loopback.
 #pragma once
 
 #include <gmock/gmock.h>
 
-#include <memory>
-
-#include "QvClient.h"
-#include "e2e/ServerFixture.h"
+#include "testutil/Pilots.h"
+#include "testutil/Poll.h"
+#include "testutil/ServerWorld.h"
+#include "testutil/Text.h"
 
 using namespace std::chrono_literals;
+using ::testing::HasSubstr;
+using ::testing::Not;
 
-class ProtocolE2E : public ServerFixture {
+class ProtocolE2E : public ::testing::Test, public ServerWorld {
  protected:
-  void startServer(const std::string& situationExtra = "") {
-    writeSituation("QVServer.stn", situationExtra);
-    start({});
-    ASSERT_TRUE(waitForText(logPath(), "Starting main loop..."));
+  void startServer(const std::string& situationLines = "") {
+    writeSituation("QVServer.stn", situationLines);
+    ASSERT_TRUE(sceneryBuilt && start() && waitForText(logPath(), "Starting main loop..."));
   }
 
   std::unique_ptr<QvClient> connectClient(const std::string& localAddress = "127.0.0.1") {
-    auto client = std::make_unique<QvClient>();
-    EXPECT_TRUE(client->setLocalAddress(localAddress));
-    EXPECT_TRUE(client->connect("127.0.0.1", port, 5s)) << client->lastError();
+    auto client = connectPilot(port, localAddress);
+    EXPECT_TRUE(client->connected()) << client->lastError();
     return client;
   }
 
@@ -35,62 +36,28 @@ class ProtocolE2E : public ServerFixture {
     return client;
   }
 
-  static SngConnectMsg joinMessage(uint32_t hwId, uint8_t playerId, uint8_t method = 0) {
-    SngConnectMsg msg;
-    msg.hw_id = hwId;
-    msg.player = playerId;
-    msg.aircraft_id = "ASK21";
-    msg.registration = "D-" + std::to_string(hwId);
-    msg.comp_id = "C" + std::to_string(playerId);
-    msg.launch.launch_method = method;
-    if (method == 1) {
-      msg.launch.rope_length = 60;
-      msg.launch.towplane_id = "pawnee";
-    }
-    return msg;
-  }
-
   // Logs in and joins; the client's inbox then holds everything up to RESULT_OK.
-  std::unique_ptr<QvClient> joinClient(uint32_t hwId, const std::string& nick, uint8_t& playerId, uint8_t method = 0) {
-    auto client = loginClient(hwId, nick, playerId);
-    const QvJoinAnswer answer = client->joinAndWait(joinMessage(hwId, playerId, method), 5s);
-    EXPECT_TRUE(answer.accepted()) << nick;
+  std::unique_ptr<QvClient> joinClient(uint32_t hwId, const std::string& nick, uint8_t& playerId,
+                                       uint8_t launchMethod = 0) {
+    auto client = connectClient();
+    playerId = loginAndJoin(*client, hwId, nick, launchMethod);
+    EXPECT_NE(playerId, 255) << nick;
     return client;
   }
 
-  // The two pilots most tests need: alice (hardware 0xA) and bob (0xB), both joined, slots 0 and 1.
-  struct Pilots {
-    std::unique_ptr<QvClient> alice;
-    uint8_t a = 255;
-    std::unique_ptr<QvClient> bob;
-    uint8_t b = 255;
-  };
-  Pilots joinAliceAndBob() {
-    Pilots p;
-    p.alice = joinClient(0xA, "alice", p.a);
-    p.bob = joinClient(0xB, "bob", p.b);
-    return p;
-  }
-
-  // Drops the client's connection and waits until the server has made its player idle.
-  void dropUntilIdle(QvClient& client, const std::string& idleLine) {
+  // Drops the client's connection and waits until the log says the player is idle once more.
+  void dropUntilIdle(QvClient& client, const std::string& idleLine, size_t timesBefore = 0) {
     client.dropConnection();
-    ASSERT_TRUE(waitForText(logPath(), idleLine));
+    ASSERT_TRUE(pollUntil([&] { return countOf(readText(logPath()), idleLine) > timesBefore; }));
   }
 
-  static SngAircraftState stateAt(double time, double lat = 46.03, double lon = 7.03, double alt = 1200.0) {
-    SngAircraftState s;
-    s.time = time;
-    s.lat = lat;
-    s.lon = lon;
-    s.alt = alt;
-    return s;
-  }
-
-  // Pumps every client for a moment so that nothing in flight is missed by a "nothing came" check.
-  static void settle(std::initializer_list<QvClient*> clients, int rounds = 5) {
-    for (int i = 0; i < rounds; ++i) {
-      for (QvClient* c : clients) c->service(20);
-    }
+  // True once the client received the chat line. The server sends in order on the reliable channel, so
+  // once a line said after some message arrives, whatever the server sent for that message has arrived
+  // too: the marker that lets a "nothing came" check wait for a state rather than a duration.
+  static bool waitForChat(QvClient& client, const std::string& text) {
+    const auto says = [&](const QvMessage& m) {
+      return m.opcode == SngNet::CHAT_MSG && qvDecode<SngChatMsg>(m).value_or(SngChatMsg{}).text == text;
+    };
+    return client.waitFor(says, 5s).has_value();
   }
 };

@@ -28,6 +28,9 @@ class ServerProcess {
   void sendSignal(int signo);
   std::string stdoutText() const;
   std::string stderrText() const;
+  // The files the child's standard output and error go to, for waitForText.
+  const std::string& stdoutPath() const { return stdoutPath_; }
+  const std::string& stderrPath() const { return stderrPath_; }
   pid_t pid() const { return pid_; }
 
  private:
@@ -43,6 +46,6 @@ class ServerProcess {
   int termSignal_ = 0;
 };
 
-// Polls a file (a log) until it contains the text.
+// Polls a file (a log, or a child's captured output) until it contains the text.
 bool waitForText(const std::string& path, const std::string& text,
                  std::chrono::milliseconds deadline = std::chrono::seconds(10));

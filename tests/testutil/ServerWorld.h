@@ -1,8 +1,7 @@
-// A private world for one real server process: its own home, user and data directories under a
-// temporary root, its own port, and the environment that keeps the host machine out of the result.
+// A private world for one real qvserver process: its own home, user and data directories under a
+// temporary root, its own game port and LAN scan port, and an environment that keeps the host
+// machine's own settings out of the result. Shared by the end-to-end tests and the network benchmark.
 #pragma once
-
-#include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
@@ -14,35 +13,33 @@
 #include "testutil/ServerProcess.h"
 #include "testutil/TempDir.h"
 
-class ServerFixture : public ::testing::Test {
- protected:
-  // Every server needs a scenery: a flat one 350 m above the sphere, named "test".
-  ServerFixture() : port(freeUdpPort()) { EXPECT_TRUE(buildScenery(dataDir())); }
-
+class ServerWorld {
+ public:
   std::string home() const { return tmp.path("home"); }
   std::string xdgData() const { return tmp.path("home/.local/share"); }
   std::string userDir() const { return tmp.path("user"); }
   std::string dataDir() const { return tmp.path("data"); }
   std::string serversDir() const { return userDir() + "/servers"; }
   std::string logPath() const { return serversDir() + "/qvserver.log"; }
+  std::string stderrPath() const { return tmp.path("out/stderr.txt"); }
 
-  // A situation with this fixture's port and scenery; extra lines go after the server keys.
-  void writeSituation(const std::string& name, const std::string& extra = "") {
+  // A situation with this world's port and scenery; extra lines go after the server keys.
+  void writeSituation(const std::string& name, const std::string& extra = "") const {
     writeText(serversDir() + "/" + name, "terrainId = test\nmp_server_name = Test server\nmp_server_port = " +
                                              std::to_string(port) + "\n" + extra);
   }
 
-  // Starts the real qvserver with -datadir= and -userdir= first, then the extra arguments.
-  ServerProcess& start(std::vector<std::string> extraArgs, bool withUserDir = true) {
-    std::vector<std::string> args{"-datadir=" + dataDir()};
+  // Starts the real qvserver with -datadir=, -scan_port= and -userdir= (unless withUserDir is false)
+  // first, then the extra arguments. False when the process could not be started.
+  bool start(std::vector<std::string> extraArgs = {}, bool withUserDir = true) {
+    std::vector<std::string> args{"-datadir=" + dataDir(), "-scan_port=" + std::to_string(scanPort)};
     if (withUserDir) args.push_back("-userdir=" + userDir());
     args.insert(args.end(), extraArgs.begin(), extraArgs.end());
     writeText(tmp.path("out/.keep"), "");
     server = std::make_unique<ServerProcess>(
         std::string(QV_BINARY_DIR) + "/src/app/qvserver", args,
         std::map<std::string, std::string>{{"HOME", home()}, {"XDG_DATA_HOME", xdgData()}}, tmp.path("out"));
-    EXPECT_TRUE(server->start());
-    return *server;
+    return server->start();
   }
 
   // The server stops by its own kill file; true when it has exited within the deadline.
@@ -52,6 +49,16 @@ class ServerFixture : public ::testing::Test {
   }
 
   TempDir tmp;
-  uint16_t port;
+  const uint16_t port = freeUdpPort();
+  const uint16_t scanPort = otherFreeUdpPort(port);
+  // Every server needs a scenery: a flat one 350 m above the sphere, named "test".
+  const bool sceneryBuilt = buildScenery(dataDir());
   std::unique_ptr<ServerProcess> server;
+
+ private:
+  static uint16_t otherFreeUdpPort(uint16_t taken) {
+    uint16_t port = freeUdpPort();
+    while (port == taken) port = freeUdpPort();
+    return port;
+  }
 };

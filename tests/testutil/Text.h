@@ -1,0 +1,15 @@
+// Text helpers for tests that read logs and captured output. Apart from Files.h so that a test file
+// with its own countOf keeps compiling until it moves to this one.
+#pragma once
+
+#include <string>
+
+// How often the needle occurs in the text, overlapping occurrences included.
+inline size_t countOf(const std::string& text, const std::string& needle) {
+  size_t count = 0;
+  for (size_t at = text.find(needle); !needle.empty() && at != std::string::npos;
+       at = text.find(needle, at + 1)) {
+    ++count;
+  }
+  return count;
+}

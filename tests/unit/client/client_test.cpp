@@ -1,0 +1,213 @@
+// The qvclient program and its client library against a minimal ENet server on loopback, and the
+// program's command line.
+#include <gtest/gtest.h>
+
+#include <mutex>
+#include <sstream>
+#include <thread>
+
+#include "QvClientApp.h"
+#include "QvDescribe.h"
+#include "testutil/Poll.h"
+#include "testutil/Ports.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using Bytes = std::vector<uint8_t>;
+
+// A minimal ENet server on its own thread, where all its ENet calls stay: it records what arrives and
+// how, counts disconnects, and answers a message kind with canned replies.
+class TestEnetServer {
+ public:
+  // Without a host (ENet failed) port() is 0 and every test that connects fails.
+  TestEnetServer() : thread_([this] { run(); }) {}
+  ~TestEnetServer() {
+    stop_ = true;
+    thread_.join();
+    enet_host_destroy(host_);
+  }
+  uint16_t port() const { return host_ ? host_->address.port : 0; }
+  // Every later message whose first byte is `opcode` is answered with `replies`, in order.
+  void replyTo(uint8_t opcode, std::vector<QvMessage> replies) {
+    std::lock_guard lock(mutex_);
+    replies_[opcode] = std::move(replies);
+  }
+  std::vector<QvMessage> received(uint8_t opcode) const {
+    std::lock_guard lock(mutex_);
+    std::vector<QvMessage> found;
+    std::copy_if(received_.begin(), received_.end(), std::back_inserter(found), qvOpcodeIs(opcode));
+    return found;
+  }
+  std::atomic<int> disconnects{0};
+
+ private:
+  void run() {
+    for (ENetEvent event; host_ && !stop_;) {
+      // Waits 5 ms at most, so that the stop request is seen promptly.
+      if (enet_host_service(host_, &event, 5) <= 0) continue;
+      if (event.type == ENET_EVENT_TYPE_DISCONNECT) ++disconnects;
+      if (event.type != ENET_EVENT_TYPE_RECEIVE) continue;
+      std::lock_guard lock(mutex_);
+      const ENetPacket& in = *event.packet;
+      received_.push_back({in.data[0], Bytes(in.data, in.data + in.dataLength), event.channelID,
+                           (in.flags & ENET_PACKET_FLAG_RELIABLE) != 0});
+      enet_packet_destroy(event.packet);
+      for (const QvMessage& r : replies_[received_.back().opcode]) {
+        ENetPacket* out = enet_packet_create(r.bytes.data(), r.bytes.size(), ENET_PACKET_FLAG_RELIABLE);
+        if (enet_peer_send(event.peer, r.channel, out) != 0) enet_packet_destroy(out);
+      }
+    }
+  }
+
+  ENetAddress anyPort_{ENET_HOST_ANY, 0};  // the system picks a free port; ENet reads it back
+  ENetHost* host_ = enet_initialize() == 0 ? enet_host_create(&anyPort_, 4, 2, 0, 0) : nullptr;
+  std::atomic<bool> stop_{false};
+  mutable std::mutex mutex_;
+  std::map<uint8_t, std::vector<QvMessage>> replies_;
+  std::vector<QvMessage> received_;
+  std::thread thread_;  // last: it uses everything above
+};
+
+const auto reliable = [](const Bytes& bytes) { return QvMessage{bytes.at(0), bytes, 0, true}; };
+
+std::vector<std::string> words(const std::string& text) {
+  std::istringstream in(text);
+  return {std::istream_iterator<std::string>(in), std::istream_iterator<std::string>()};
+}
+
+TEST(ClientOptions, FlyingJoinsFromWhereItIsToldOrSaysWhatIsWrong) {
+  const auto fly =
+      qvParseClientOptions(words("--fly=270,120.5,1500 --from=-33.5,151.25 --seconds=2.5 --version=1.12"));
+  ASSERT_TRUE(fly.options) << fly.error;
+  const QvClientOptions& o = *fly.options;
+  EXPECT_EQ(std::tie(o.join, o.course, o.speed_kmh, o.alt, o.from->lat, o.from->lon, o.seconds),
+            std::make_tuple(true, 270.0, 120.5, 1500.0, -33.5, 151.25, 2.5));
+  EXPECT_EQ(o.version_major * 100 + o.version_minor, 112);  // "1.08" would be 1, 8 as well
+  // Each case is the arguments, then after '|' what the error says; a ';' ends it.
+  std::istringstream usageErrors(
+      "--port=0|--port needs;--port=65536|--port needs;--hwid=123456789|--hwid needs;--hwid=xyz|--hwid needs;"
+      "--version=2|--version needs;--version=1.|--version needs;--version=.8|--version needs;"
+      "--version=1.256|--version needs;--version=1.-1|--version needs;--version=a.b|--version needs;"
+      "--version=1.8.1|--version needs;--bind=localhost|--bind needs;--fly=90|--fly needs;"
+      "--fly=90,-5|--fly needs;--from=1,2|--from needs --fly;--rate=2|--rate needs --fly;"
+      "--aircraft=X|--aircraft needs --join;--aerotow=60,T --join --winch=800,W|choose one launch;"
+      "--seconds=3|--seconds needs --listen;--listen --seconds=-1|--seconds;--winch=800,W,1,2|--winch needs;"
+      "--unknown|unknown option: --unknown;positional|unknown option: positional;"
+      "--fly=90,100 --from=91,0|--from needs LAT,LON");
+  for (std::string usage; std::getline(usageErrors, usage, ';');) {
+    const std::string args = usage.substr(0, usage.find('|')), error = usage.substr(usage.find('|') + 1);
+    const auto parsed = qvParseClientOptions(words(args));
+    EXPECT_FALSE(parsed.options) << args;
+    EXPECT_NE(parsed.error.find(error), std::string::npos) << args << ": " << parsed.error;
+  }
+}
+
+SngServerInfoMsg serverInfo() {
+  SngServerInfoMsg info;
+  std::tie(info.player, info.month, info.day, info.sim_time, info.motd) =
+      std::make_tuple(3, 6, 14, 48605.0f, "Hi\r\nFly");
+  SngTurnpoint start, sector;
+  std::tie(start.lat, start.lon) = std::tie(sector.lat, sector.lon) = std::make_tuple(46.5, 8.25);
+  std::tie(sector.angle1, sector.angle2, sector.oz) = std::make_tuple(90.0, 45.0, SNG_OZ_SECTOR);
+  info.task = {start, sector};
+  return info;
+}
+
+class ClientRun : public ::testing::Test {
+ protected:
+  // Runs qvclient against the test server, or against nobody on `port`.
+  int runClient(const std::string& args, uint16_t port = 0) {
+    const auto parsed =
+        qvParseClientOptions(words(args + " --port=" + std::to_string(port ? port : server.port()) +
+                                   (port ? " --timeout=0.3" : " --timeout=5")));
+    return parsed.options ? qvRunClient(*parsed.options, out, err, stop) : -1;
+  }
+  // A ping may reach a new player before its server info.
+  void answerLoginWith(const Bytes& bytes) {
+    server.replyTo(SngNet::LOGIN, {reliable({SngNet::PING}), reliable(bytes)});
+  }
+
+  TestEnetServer server;
+  std::ostringstream out, err;
+  std::atomic<bool> stop{false};
+};
+
+TEST_F(ClientRun, PrintsTheServerInfoThenLogsOut) {
+  answerLoginWith(sngMessage(SngNet::SERVER_INFO, serverInfo()).bytes);
+  EXPECT_EQ(runClient("--nick=Ann --hwid=00000042"), kQvExitOk) << err.str();
+  for (const char* text :
+       {"14 June", "13:30:05", "sector, axis 90 deg, half-angle 45 deg", "    Hi\n    Fly\n"}) {
+    EXPECT_NE(out.str().find(text), std::string::npos) << text << " in\n" << out.str();
+  }
+  EXPECT_EQ(server.received(SngNet::LOGIN).at(0).bytes[3], 0x42);  // hardware ID, low byte first
+  ASSERT_TRUE(pollUntil([&] { return server.received(SngNet::LOGOUT).size() == 1; }));
+  EXPECT_EQ(server.received(SngNet::LOGOUT)[0].bytes, (Bytes{SngNet::LOGOUT, 3}));
+}
+
+TEST_F(ClientRun, ARefusalOrNoServerExitsWithOneAndSaysWhy) {
+  EXPECT_EQ(runClient("", freeUdpPort()), kQvExitFailed);
+  EXPECT_NE(err.str().find("cannot connect"), std::string::npos) << err.str();
+  answerLoginWith({SngNet::RESULT_SERVER_FULL});
+  EXPECT_EQ(runClient(""), kQvExitFailed);
+  EXPECT_NE(out.str().find("Login refused: RESULT_SERVER_FULL (166)"), std::string::npos) << out.str();
+  answerLoginWith(sngMessage(SngNet::SERVER_INFO, serverInfo()).bytes);
+  server.replyTo(SngNet::CONNECT, {reliable({SngNet::RESULT_UNKNOWN_PLAYER})});
+  EXPECT_EQ(runClient("--join"), kQvExitFailed);
+  EXPECT_NE(out.str().find("Join refused: RESULT_UNKNOWN_PLAYER (167)"), std::string::npos) << out.str();
+  // ENet's own time-out for a silent peer is 5 s or more: within 3 s only a dropping client's notice explains
+  // it.
+  QvClient dropping;
+  ASSERT_TRUE(dropping.connect("127.0.0.1", server.port(), 5s) &&
+              pollUntil([&] { return server.disconnects == 2; }));
+  dropping.dropConnection();
+  EXPECT_TRUE(pollUntil([&] { return server.disconnects == 3; }, 3s));
+}
+
+TEST_F(ClientRun, JoinsWithTheServersTaskChatsAndFliesFromTheFirstTurnpointAtTheJoiningTime) {
+  answerLoginWith(sngMessage(SngNet::SERVER_INFO, serverInfo()).bytes);
+  server.replyTo(SngNet::CONNECT,
+                 {reliable(sngMessage(SngNet::RESULT_OK, SngResultOkMsg{.sim_time = 40000.0f}).bytes)});
+  EXPECT_EQ(runClient("--fly=90,360 --rate=20 --time-scale=10 --seconds=0.5 --chat=hello --aerotow=60,Tug"),
+            kQvExitOk)
+      << err.str();
+  // LOGOUT leaves last, and the connection is closed in order.
+  ASSERT_TRUE(pollUntil([&] { return server.disconnects == 1; }));
+  const auto connect = qvDecode<SngConnectMsg>(server.received(SngNet::CONNECT).at(0));
+  EXPECT_TRUE(connect && connect->player == 3 && connect->task.size() == 2 &&
+              connect->launch.launch_method == SngNet::LAUNCH_AEROTOW);
+  EXPECT_EQ(server.received(SngNet::CHAT_MSG).at(0).bytes,
+            (Bytes{SngNet::CHAT_MSG, 3, 'h', 'e', 'l', 'l', 'o', 0}));
+  for (uint8_t opcode : {SngNet::LOGIN, SngNet::CONNECT, SngNet::CHAT_MSG, SngNet::LOGOUT}) {
+    EXPECT_TRUE(server.received(opcode).at(0).reliable && server.received(opcode)[0].channel == 0)
+        << int(opcode);
+  }
+  // States stream unreliable on channel 1: the first at the first turnpoint at the joining time, then
+  // one every 0.5 client seconds (1/20 s × 10), flying east. The flight itself is tested on its own.
+  std::vector<SngAircraftState> states;
+  for (const QvMessage& m : server.received(SngNet::AIRCRAFT_STATE)) {
+    EXPECT_TRUE(!m.reliable && m.channel == 1);
+    states.push_back(qvDecode<SngStateMsg>(m)->state);
+  }
+  ASSERT_GE(states.size(), 3u);
+  std::sort(states.begin(), states.end(), [](auto& a, auto& b) { return a.time < b.time; });
+  EXPECT_LT(std::abs(states[0].lat - 46.5) + std::abs(states[0].lon - 8.25) + std::abs(states[0].time - 4e4),
+            1e-2);
+  for (size_t i = 1; i < states.size(); ++i) {
+    EXPECT_NEAR(states[i].time - states[i - 1].time, 0.5, 1e-2);
+    EXPECT_GT(states[i].lon, states[i - 1].lon);
+  }
+}
+
+TEST(DescribeMessage, EveryCutOfAServerInfoIsReportedAsCutShortAndTextIsMadePrintable) {
+  const QvMessage whole = reliable(sngMessage(SngNet::SERVER_INFO, serverInfo()).bytes);
+  for (size_t n = 1; n <= whole.bytes.size(); ++n) {
+    const QvMessage cut{whole.opcode, Bytes(whole.bytes.begin(), whole.bytes.begin() + long(n))};
+    EXPECT_EQ(qvDescribeMessage(cut).find("cut short") != std::string::npos, n < whole.bytes.size()) << n;
+  }
+  EXPECT_EQ(std::make_tuple(qvTimeOfDay(48605.9), qvTimeOfDay(86400.0 + 3661.0), qvTimeOfDay(-1.0)),
+            std::make_tuple("13:30:05", "01:01:01 +1d", "-1.0 s"));
+  EXPECT_EQ(qvPrintable("a\x1b[2Jb\x7f Zürich"), "a?[2Jb? Zürich");
+}
+
+}  // namespace
