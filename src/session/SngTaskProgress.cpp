@@ -42,14 +42,6 @@ SngAchievedPoint::SngAchievedPoint(const SngTurnpoint& tp)
 
 SngAchievedPoint::SngAchievedPoint(double latDeg, double lonDeg) : lat(latDeg), lon(lonDeg) {}
 
-void SngTaskProgress::reset() {
-  *this = SngTaskProgress();
-}
-
-void SngTaskProgress::assign(const SngTaskProgress& task) {
-  if (&task != this) *this = task;
-}
-
 void SngTaskProgress::computeLength() {
   if (length >= 0.0) return;
   double sum = 0.0;
