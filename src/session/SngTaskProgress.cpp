@@ -125,7 +125,7 @@ void SngTaskProgress::evaluate(double now, const std::vector<SngTrackPoint>& tra
   updateFigures(now, track);
 }
 
-// The fields are public and copied in whole by `assign`; indices that do not fit this task or this
+// The fields are public and a record may be copied whole; indices that do not fit this task or this
 // track (a shorter track is not the one scored so far) are not trusted: the walk starts over.
 bool SngTaskProgress::resumable(const std::vector<SngTrackPoint>& track) const {
   const auto count = static_cast<int64_t>(turnpoints.size());
