@@ -1,75 +1,74 @@
-// Shared pieces of the terrain tests: a temporary directory per test, sceneries written by the
-// builder, the log and the clock under the test's control, and the analytic answers worked out by hand.
+// Shared pieces of the terrain tests: sceneries written by the builder and the messages a test provokes.
 #pragma once
 
-#include <cmath>
-#include <cstdint>
-#include <memory>
+#include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
 
 #include "ElevationSource.h"
 #include "SceneryBuilder.h"
-#include "toolkit/BtkClock.h"
+#include "terrain/GgScenery.h"
+#include "terrain/GgTerrain.h"
+#include "terrain/GgTerrainGroup.h"
+#include "terrain/GgTinTile.h"
+#include "terrain/GgTriangle.h"
+#include "testutil/Files.h"
+#include "testutil/TempDir.h"
+#include "toolkit/BtkLogger.h"
 
-namespace terrain_test {
-
-class TempDir {
+// The process-wide log, debug included, and standard error, from construction until text() is called.
+class Messages {
  public:
-  TempDir();
-  ~TempDir();
-  const std::string& path() const { return path_; }
-  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+  explicit Messages(const TempDir& dir) : path_(dir.path("test.log")) {
+    EXPECT_TRUE(btkLogger.open(path_, BTK_DEBUG, false));
+    testing::internal::CaptureStderr();
+  }
+  ~Messages() {
+    text();
+    btkLogger.closeFile();
+    btkLogger.setThreshold(BTK_INFO);
+  }
+  std::string text() {
+    if (!taken_) stderr_ = testing::internal::GetCapturedStderr();
+    taken_ = true;
+    return readText(path_) + stderr_;
+  }
 
  private:
-  std::string path_;
+  std::string path_, stderr_;
+  bool taken_ = false;
 };
 
-// Sends the process-wide log, debug included, to a file of the test's own; back to standard error
-// (threshold info) when it goes.
-class LogCapture {
- public:
-  explicit LogCapture(const TempDir& dir);
-  ~LogCapture();
-  std::string text() const;
-  bool contains(const std::string& line) const { return text().find(line) != std::string::npos; }
+// A small scenery at 46 N 7 E: blocks of 4 x 4 cells of 0.01 degree, three TIN levels; without a number
+// of blocks, one block whose files lie directly in outDir.
+inline qvscenery::Options smallScenery(const std::string& outDir, int blocksNS = 0, int blocksEW = 0) {
+  qvscenery::Options o;
+  o.outDir = outDir;
+  o.south = 46.0;
+  o.west = 7.0;
+  o.cellLat = o.cellLon = 0.01;
+  o.cells = 4;
+  o.tinLevels = 3;
+  o.single = blocksNS == 0;
+  o.blocksNS = std::max(blocksNS, 1);
+  o.blocksEW = std::max(blocksEW, 1);
+  return o;
+}
 
- private:
-  std::string path_;
-};
+// The blocks' base paths; fails the test when the builder refuses.
+inline std::vector<std::string> build(const qvscenery::Options& o, const qvscenery::ElevationSource& source) {
+  const qvscenery::BuildResult result = qvscenery::buildScenery(o, source);
+  EXPECT_EQ(result.error, "");
+  return result.basePaths;
+}
 
-// Installs a manual clock for the test's lifetime.
-class ManualClockScope {
- public:
-  ManualClockScope() { btkSetClockSource(&clock); }
-  ~ManualClockScope() { btkSetClockSource(nullptr); }
-  BtkManualClock clock;
-};
-
-std::vector<uint8_t> readBytes(const std::string& path);
-void writeBytes(const std::string& path, const std::vector<uint8_t>& bytes);
-
-// A small scenery near 46 N 7 E: blocks of 4 x 4 cells of 0.01 degree, three TIN levels.
-qvscenery::Options smallScenery(const std::string& outDir);
-// Builds and fails the test on an error; returns the blocks' base paths.
-std::vector<std::string> build(const qvscenery::Options& options, const qvscenery::ElevationSource& source);
-
-constexpr double kMetresPerDegree = 2.0 * M_PI * 6378000.0 / 360.0;
-
-// The inclined plane, written out again from its definition: h0 at (refLat, refLon), rising at
-// slopeDeg towards bearingDeg, east distances at the reference latitude.
-struct Plane {
-  double h0, slopeDeg, bearingDeg, refLat, refLon;
-  double at(double lat, double lon) const {
-    const double rise = std::tan(slopeDeg * M_PI / 180.0);
-    const double north = (lat - refLat) * kMetresPerDegree;
-    const double east = (lon - refLon) * kMetresPerDegree * std::cos(refLat * M_PI / 180.0);
-    return h0 +
-           rise * (std::cos(bearingDeg * M_PI / 180.0) * north + std::sin(bearingDeg * M_PI / 180.0) * east);
-  }
-  std::unique_ptr<qvscenery::ElevationSource> source() const {
-    return qvscenery::makePlane(h0, slopeDeg, bearingDeg, qvscenery::LocalFrame{refLat, refLon});
-  }
-};
-
-}  // namespace terrain_test
+// The scenery at the full path dir, its messages dropped.
+inline BtkRef<GgTerrainGroup> loadScenery(const std::string& dir) {
+  BtkRef<GgTerrainGroup> group;
+  std::string name;
+  testing::internal::CaptureStderr();  // a line per block
+  EXPECT_TRUE(ggLoadScenery("", dir, group, name));
+  testing::internal::GetCapturedStderr();
+  return group;
+}

@@ -1,0 +1,155 @@
+// Sceneries as the builder writes them and the server loads them: block names, the grid file's header
+// forms, the levels a resolution reads, the loading rules and messages, and the import through GDAL.
+#include <gmock/gmock.h>
+
+#include <cfloat>
+#include <fstream>
+
+#include "TerrainTestSupport.h"
+#include "terrain/GgDataReader.h"
+#include "terrain/GgDataReaderThread.h"
+#include "testutil/Poll.h"
+#include "testutil/Scenery.h"
+
+using testing::HasSubstr;
+
+namespace {
+
+// Widths are maxima; a letter other than S or W is north or east; what follows five fields is ignored.
+TEST(BlockName, IsReadWithTheRulesOfScanf) {
+  const char* const cases[][2] = {{"BLK046S007W03", "(-46, -7, 3)"},
+                                  {"BLK46X7Q5", "(46, 7, 5)"},
+                                  {"BLK046N007E00_001_002", "(46, 7, 0)"},
+                                  {"BLK046N007E", "-"},
+                                  {"xBLK046N007E01", "-"},
+                                  {"BLKN007E01", "-"}};
+  for (const auto& [name, want] : cases) {
+    GgBlockName b;
+    const bool read = ggParseBlockName(name, b);
+    EXPECT_EQ(read ? testing::PrintToString(std::tuple{b.lat, b.lon, b.level}) : "-", want) << name;
+  }
+}
+
+// Versions before 1.2 keep 64 reserved bytes after the fixed header of 52; 1.2 has text fields padded
+// to an even length instead ("flat 350" takes 10 bytes, "flat 35" 8), then the 5 x 5 points of 12 bytes.
+TEST(GridFile, EveryHeaderFormLeadsTheReaderToTheSamePoints) {
+  for (auto [minor, height, size] :
+       {std::tuple{0, 350.0, 416u}, {1, 350.0, 416u}, {2, 350.0, 392u}, {2, 35.0, 390u}}) {
+    TempDir dir;
+    qvscenery::Options o = smallScenery(dir.path("s"));
+    o.versionMinor = minor;
+    const std::string base = build(o, *qvscenery::makeFlat(height)).at(0);
+    EXPECT_EQ(readText(base + ".grd").size(), size) << "version 1." << minor;
+    BtkRef<GgTerrainGroup> group = loadScenery(dir.path("s"));
+    const GgTerrain* block = group->block(0);
+    EXPECT_EQ(
+        std::make_tuple(block->minLat, block->maxLon, block->rows, block->depth, block->point(24).height),
+        std::make_tuple(46.0, 7.0 + 4 * 0.01, 5, 3, static_cast<float>(height)))
+        << "version 1." << minor;
+  }
+}
+
+// Each level uses a prefix of the vertices: level 0 the corners and the centre, level l a grid of
+// 2^l x 2^l squares. A resolution selects the nearest level, the coarser one on a tie.
+TEST(TinTile, ReadsOnlyTheLevelsTheResolutionNeeds) {
+  TempDir dir;
+  qvscenery::Options o = smallScenery(dir.path("s"));
+  o.resolutions = {100.0, 30.0, 10.0};
+  build(o, *qvscenery::makeFlat(350.0));
+  for (auto [resolution, level, vertices] :
+       {std::tuple{200.0, 0, 5u}, {20.0, 1, 9u}, {15.0, 2, 25u}, {5.0, 2, 25u}}) {
+    BtkRef<GgTerrainGroup> group = loadScenery(dir.path("s"));
+    GgTinTile* tile = group->block(0)->root()->findTile(46.005, 7.005);
+    ASSERT_NE(tile, nullptr);
+    group->block(0)->requestTile(tile, resolution);
+    EXPECT_EQ(tile->loaded_level, level) << resolution << " m";
+    EXPECT_EQ(tile->verticesLoaded, vertices) << resolution << " m";
+  }
+}
+
+// Blocks are the scenery directory's BLK... entries, tried in sorted order; a block at the place of an
+// earlier one goes in only when its level is not smaller, and then after it. Without any, the scenery
+// directory itself holds one block. All blocks share one reader thread, which ends with the scenery.
+TEST(SceneryLoad, TakesBlocksFromTheirDirectoriesInOrderAndSaysWhatFailed) {
+  const struct {
+    std::vector<std::pair<std::string, double>> blocks;  // directory and height; "." for the scenery's own
+    std::string scenery;                                 // "@" for the full path
+    size_t numBlocks;
+    double height;  // at 46.5 N 7.5 E
+  } cases[] = {
+      {{{"BLK046N008E00", 250}, {"BLK046N007E00", 260}, {"BLK047N007E00", 270}, {"BLKnotes", 0}},
+       "ridge",
+       3,
+       260},
+      {{{".", 123}}, "@", 1, 123},
+      {{{"BLK046N007E00", 100}, {"BLK046N007E01", 200}}, "ridge", 2, 100},
+      {{{"BLK046N007E01", 200}, {"BLK46N007E00", 100}}, "@", 1, 200},  // "BLK046..." sorts first
+      {{{"BLK046N007E00", 0}}, "ridge", 0, DBL_MAX},
+      {{}, "D:\\sceneries\\ridge", 0, DBL_MAX},  // another platform's full path
+  };
+  for (const auto& c : cases) {
+    TempDir dir;
+    const std::string scenery =
+        c.scenery.find('\\') != std::string::npos ? c.scenery : dir.path("scenery/ridge");
+    for (const auto& [name, height] : c.blocks) {
+      GgBlockName place{46, 7, 0};
+      qvscenery::Options o = smallScenery(scenery + "/" + name);
+      o.south = ggParseBlockName(name, place) ? place.lat : 46;
+      o.west = place.lon;
+      o.cellLat = o.cellLon = 0.25;
+      if (height > 0) build(o, *qvscenery::makeFlat(height));
+      std::filesystem::create_directories(o.outDir);
+    }
+    std::string sceneryDir;
+    BtkRef<GgTerrainGroup> group;
+    Messages messages(dir);
+    EXPECT_EQ(ggLoadScenery(dir.root(), c.scenery == "@" ? scenery : c.scenery, group, sceneryDir),
+              c.numBlocks > 0);
+    EXPECT_EQ(sceneryDir, "ridge");
+    ASSERT_EQ(group->numBlocks(), c.numBlocks);
+    EXPECT_EQ(group->getElevation(46.5, 7.5, 0.0), c.height);
+    for (size_t i = 0; i < c.numBlocks; ++i)
+      EXPECT_EQ(group->block(i)->reader()->thread(), group->readerThread());
+    EXPECT_TRUE(c.numBlocks < 2 || pollUntil([&] { return group->readerThread()->isRunning(); }));
+    group = nullptr;
+    const std::string text = messages.text();
+    EXPECT_EQ(c.numBlocks > 0, text.find(" - data reader exit") != std::string::npos);
+    if (c.numBlocks > 0) continue;
+    EXPECT_THAT(text, HasSubstr("SngServer: couldn't open any of the terrains in " + scenery + "\n"));
+    EXPECT_THAT(text, HasSubstr("couldn't open Grid file: " + scenery + "/terrain.grd\n"));
+    for (const auto& block : c.blocks)
+      EXPECT_THAT(text,
+                  HasSubstr("couldn't open Grid file: " + scenery + "/" + block.first + "/terrain.grd\n"));
+  }
+}
+
+// An ASCII grid of 9 x 9 pixels of 0.01 degree holding a plane, with a void in its middle: the builder
+// fills the void from its neighbours, and the grid points and triangles are the plane's.
+TEST(SceneryBuilder, ImportsARasterThroughGdalAndRefusesADepthThatDoesNotSplitIntoCells) {
+  TempDir dir;
+  auto plane = [](double lat, double lon) { return 1000.0 + 2000.0 * (lat - 46.0) + 1000.0 * (lon - 7.0); };
+  std::ofstream asc(dir.path("dem.asc"));
+  asc << "ncols 9\nnrows 9\nxllcorner 7.0\nyllcorner 46.0\ncellsize 0.01\nNODATA_value -9999\n";
+  for (int pixel = 0; pixel < 81; ++pixel) {  // rows from the north
+    const double lat = 46.0 + (8 - pixel / 9 + 0.5) * 0.01, lon = 7.0 + (pixel % 9 + 0.5) * 0.01;
+    asc << (pixel == 40 ? -9999.0 : plane(lat, lon)) << (pixel % 9 < 8 ? " " : "\n");
+  }
+  asc.close();
+  ASSERT_TRUE(buildScenery(
+      dir.root(), "dem",
+      {"--dem=" + dir.path("dem.asc"), "--south=46.01", "--west=7.01", "--cell=0.01", "--tin-levels=2"}));
+  EXPECT_THAT(readText(dir.path("builder-output/stderr.txt")), HasSubstr("filled 1 void cells"));
+  BtkRef<GgTerrainGroup> group = loadScenery(dir.path("scenery/dem"));
+  GgTerrain* block = group->block(0);
+  EXPECT_NEAR(block->minLat, 46.01, 1e-9);
+  for (int32_t i = 0; i < block->rows * block->cols; ++i)
+    EXPECT_NEAR(block->point(i).height, plane(block->rowLatitude(i), block->colLongitude(i)), 0.01) << i;
+  GgTinTile* tile = block->loadTilesAround(46.043, 7.046, 0);  // the void lay at 46.045, 7.045
+  GgTriangle t;
+  ASSERT_TRUE(tile && tile->findTriangle(46.043, 7.046, t));
+  EXPECT_NEAR(t.height, plane(46.043, 7.046), 0.6);
+  EXPECT_FALSE(buildScenery(dir.root(), "deep", {"--flat=1", "--cells=64", "--depth=6"}));
+  EXPECT_THAT(readText(dir.path("builder-output/stderr.txt")), HasSubstr("needs quadtree depth 7, not 6"));
+}
+
+}  // namespace
