@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
+#include <algorithm>
 
 #include <enet/enet.h>
 
@@ -15,6 +15,7 @@
 #include "net/SngEnetNetwork.h"
 #include "terrain/GgCounters.h"
 #include "terrain/GgScenery.h"
+#include "toolkit/BtkFiles.h"
 #include "toolkit/BtkClock.h"
 #include "toolkit/BtkExit.h"
 #include "toolkit/BtkGeo.h"
@@ -26,7 +27,8 @@ constexpr const char* kVersionText = "Quorvane Server v1.20.2";
 constexpr const char* kPlatformWord = "LINUX";
 constexpr int kProtocolMajor = 1;
 constexpr int kProtocolMinor = 8;
-constexpr int kLineBufferSize = 1024;  // kill file and message-of-the-day lines: at most 1023 characters
+// What is read of a kill file: two lines of at most 1023 characters each fit.
+constexpr size_t kMaxKillFileBytes = 4096;
 
 volatile sig_atomic_t pendingStopSignal = 0;
 
@@ -41,13 +43,6 @@ std::string baseName(const std::string& situationName) {
   const size_t dot = base.rfind('.');
   if (dot != std::string::npos && dot != 0) base = base.substr(0, dot);
   return base;
-}
-
-// One line of at most 1023 characters, as a 1024-byte buffer holds it.
-std::string readBoundedLine(std::ifstream& in) {
-  char buffer[kLineBufferSize] = "";
-  in.getline(buffer, sizeof buffer);
-  return buffer;
 }
 
 // Leading blanks and a sign allowed, 0 without digits; clamped so that minutes * 60 stays finite.
@@ -75,7 +70,7 @@ int sngTakeStopSignal() {
   return signo;
 }
 
-SngServer::SngServer() {
+SngServer::SngServer() : protocol_(session_, [this](int timeoutMs) { update(timeoutMs); }) {
   if (enet_initialize() != 0) {
     fputs("An error occurred while initializing ENet.\n", stderr);
     abort();
@@ -84,15 +79,16 @@ SngServer::SngServer() {
 }
 
 SngServer::~SngServer() {
-  players.clear();
-  host.reset();
+  protocol_.players().clear();
+  protocol_.setNetwork(nullptr);
   if (enet_initialized_) enet_deinitialize();
 }
 
-std::string SngServer::killFilePath() const { return userDir + "/servers/" + name + ".kill"; }
-std::string SngServer::pidFilePath() const { return userDir + "/servers/" + name + ".pid"; }
+std::string SngServer::killFilePath() const { return userDir + "/servers/" + name_ + ".kill"; }
+std::string SngServer::pidFilePath() const { return userDir + "/servers/" + name_ + ".pid"; }
 
 float SngServer::startTimeOfDay() const {
+  const SngSituation& situation = session_.situation;
   return static_cast<float>(situation.hour * 3600 + situation.minute * 60 + situation.second);
 }
 
@@ -102,42 +98,36 @@ bool SngServer::init(int argc, char** argv) {
     fprintf(stderr, "unknown option: %s\n", unknown.c_str());
     return false;
   }
-  web_enabled = !options.web.empty();
-  lan_only = options.lan;
-  web_interval = options.web_interval;
-
   const std::string logPath = options.log.empty() ? userDir + "/servers/qvserver.log" : options.log;
   if (!btkLogger.open(logPath, BTK_DEBUG, false)) fputs("Couldn't open log file!\n", stderr);
 
   btkLogger.log(BTK_INFO, "Starting Quorvane server %s (%s), protocol V%d.%02d", kVersionText, kPlatformWord,
                 kProtocolMajor, kProtocolMinor);
 
-  name = baseName(options.stn);
-  btkLogger.log(BTK_INFO, "server name: %s", name.c_str());
+  name_ = baseName(options.stn);
+  btkLogger.log(BTK_INFO, "server name: %s", name_.c_str());
   // A kill file left from an earlier run must not stop this one at once.
   unlink(killFilePath().c_str());
 
   btkLogger.log(BTK_INFO, "situation file: %s", options.stn.c_str());
   if (!readSituation(options.stn)) return false;
 
-  sim_time = startTimeOfDay();
+  SngSituation& situation = session_.situation;
+  session_.sim_time = startTimeOfDay();
   btkLogger.log(BTK_INFO, "Simulation time: %02d:%02d:%02d", situation.hour, situation.minute, situation.second);
 
   readMessageOfTheDay();
 
-  if (!initTerrainModel(situation.terrainId)) {
+  if (!ggLoadScenery(dataDir, situation.terrainId, session_.terrain, session_.scenery_dir)) {
     fprintf(stderr, "Init terrain model: %s failed!\n", situation.terrainId.c_str());
     return false;
   }
-  btkLogger.log(BTK_INFO, "scenery: %s (%s)", situation.terrainId.c_str(), scenery_dir.c_str());
+  btkLogger.log(BTK_INFO, "scenery: %s (%s)", situation.terrainId.c_str(), session_.scenery_dir.c_str());
   logScenerySize();
-  // The thermal grid is laid over the scenery here.
-
-  // The LAN scan socket (openScanSocket with options.scan_port) comes here.
 
   if (!openNetwork()) return false;
 
-  default_comm_channel = btkCommChannel(situation.mp_comm_frq);
+  session_.default_comm_channel = btkCommChannel(situation.mp_comm_frq);
 
   // The situation leaves the lower bound open; a table without slots could never serve anybody.
   if (situation.mp_max_players < 1) {
@@ -145,16 +135,14 @@ bool SngServer::init(int argc, char** argv) {
                   situation.mp_max_players);
     return false;
   }
-  players.resize(std::min(kMaxSlots, situation.mp_max_players));
-
-  // The web reporter's session data are handed over here when web_enabled.
+  protocol_.players().resize(static_cast<size_t>(std::min(SngProtocol::kMaxSlots, situation.mp_max_players)));
   return true;
 }
 
 bool SngServer::readSituation(const std::string& situationName) {
   // The name may hold subdirectories; it is always taken under the server directory.
   const std::string path = userDir + "/servers/" + situationName;
-  if (!situation.load(path)) {
+  if (!session_.situation.load(path)) {
     btkLogger.log(BTK_FATAL, "Couldn't open situation file: %s", path.c_str());
     return false;
   }
@@ -162,18 +150,25 @@ bool SngServer::readSituation(const std::string& situationName) {
 }
 
 void SngServer::readMessageOfTheDay() {
+  std::string& motd = session_.motd;
   motd.clear();
+  const SngSituation& situation = session_.situation;
   if (situation.mp_server_message_file.empty()) return;
   const std::string path = userDir + "/servers/" + situation.mp_server_message_file;
-  std::ifstream in(path);
-  if (!in) {
+  std::string text;
+  // Enough to fill the message even when every line ends in CR LF.
+  if (btkReadRegularFile(path, 4 * kMaxMotdBytes, text) != BtkFileRead::OK) {
     btkError() << "Couldn't open MOTD file: " << path << btkFlush;
     return;
   }
-  // Every read is appended, the final empty one too: a file ending in a line feed leaves one more
+  // Every line read is appended, the final empty one too: a file ending in a line feed leaves one more
   // "\n" behind, and a line over 1023 characters ends the message after its first 1023.
-  while (in.good()) {
-    motd += readBoundedLine(in);
+  BtkLineReader lines(std::move(text));
+  while (lines.good()) {
+    std::string line = lines.next();
+    // A file written on another system may end its lines with CR LF.
+    if (lines.lastHadLineFeed() && !line.empty() && line.back() == '\r') line.pop_back();
+    motd += line;
     motd += "\n";
     // Every joining client gets the whole message in SERVER_INFO, whose size the transport limits.
     if (motd.size() > kMaxMotdBytes) {
@@ -185,11 +180,8 @@ void SngServer::readMessageOfTheDay() {
   }
 }
 
-bool SngServer::initTerrainModel(const std::string& scenery) {
-  return ggLoadScenery(dataDir, scenery, terrain, scenery_dir);
-}
-
 void SngServer::logScenerySize() {
+  const BtkRef<GgTerrainGroup>& terrain = session_.terrain;
   const double ns = surfaceDistance(terrain->minLat, terrain->minLon, terrain->maxLat, terrain->minLon);
   const double mid = (terrain->minLat + terrain->maxLat) * 0.5;
   const double ew = surfaceDistance(mid, terrain->minLon, mid, terrain->maxLon);
@@ -202,8 +194,9 @@ void SngServer::logScenerySize() {
 }
 
 bool SngServer::openNetwork() {
-  host.reset(SngEnetNetwork::create(static_cast<uint16_t>(situation.mp_server_port)));
-  if (!host) {
+  protocol_.setNetwork(
+      std::unique_ptr<SngNetwork>(SngEnetNetwork::create(static_cast<uint16_t>(session_.situation.mp_server_port))));
+  if (!protocol_.network()) {
     fputs("An error occurred while trying to create an ENet server host.\n", stderr);
     btkLogger.log(BTK_ERROR, "An error occurred while trying to create an ENet server host.");
     return false;
@@ -213,11 +206,9 @@ bool SngServer::openNetwork() {
 
 void SngServer::startLoopClocks() {
   btkLogger.log(BTK_DEBUG, "Starting main loop...");
-  clock.start();
+  clock_.start();
   periodic_timer_.start();
   stats_timer_.start();
-  start_time = btkWallClockMs();
-  // The web reporter thread starts here when web_enabled.
 }
 
 void SngServer::run() {
@@ -226,14 +217,15 @@ void SngServer::run() {
 }
 
 void SngServer::loopIteration(int timeoutMs) {
-  if (force_periodic || periodic_timer_.elapsedMs() >= kPeriodicIntervalMs) periodicWork();
-  const uint64_t eventsBefore = numEvents;
+  if (protocol_.takePlayerJoined()) force_periodic_ = true;
+  if (force_periodic_ || periodic_timer_.elapsedMs() >= kPeriodicIntervalMs) periodicWork();
+  const uint64_t eventsBefore = protocol_.counters().events;
   BtkTimer passTimer;
   passTimer.start();
   update(timeoutMs);
   const double ms = passTimer.elapsedMs();
   ++stats_passes_;
-  if (numEvents != eventsBefore) {
+  if (protocol_.counters().events != eventsBefore) {
     ++stats_busy_passes_;
     if (ms > stats_worst_busy_ms_) stats_worst_busy_ms_ = ms;
   }
@@ -241,103 +233,104 @@ void SngServer::loopIteration(int timeoutMs) {
 }
 
 void SngServer::logLoopStatistics() {
+  const SngProtocol::Counters c = protocol_.counters();
   btkLogger.log(BTK_DEBUG,
                 "Loop statistics: %llu passes, %llu with network events, worst of those %.3f ms; skipped nested "
                 "passes %llu, refused sends %llu, foreign messages %llu, unrecorded states %llu",
                 static_cast<unsigned long long>(stats_passes_), static_cast<unsigned long long>(stats_busy_passes_),
-                stats_worst_busy_ms_, static_cast<unsigned long long>(numSkippedNestedPasses),
-                static_cast<unsigned long long>(numDroppedSends), static_cast<unsigned long long>(numForeignMessages),
-                static_cast<unsigned long long>(numUnrecordedStates));
+                stats_worst_busy_ms_, static_cast<unsigned long long>(c.skipped_nested_passes),
+                static_cast<unsigned long long>(c.dropped_sends), static_cast<unsigned long long>(c.foreign_messages),
+                static_cast<unsigned long long>(c.unrecorded_states));
   stats_passes_ = stats_busy_passes_ = 0;
   stats_worst_busy_ms_ = 0.0;
   stats_timer_.lapMs();
 }
 
 void SngServer::periodicWork() {
-  // The thermal update (with sim_time) comes here; until then no thermal exists.
+  // An empty server starts the day again, so that the next pilot finds the situation's time of day.
+  // Until thermals exist there are none to wait for.
   const int totalThermals = 0;
-  if (totalThermals == 0 && playerCount() == 0 && sim_time > situation.start_gate_open_time) {
-    sim_time = startTimeOfDay();
-    btkDebug() << "Timer reset: curr_time = " << sim_time << btkFlush;
+  if (totalThermals == 0 && protocol_.players().count() == 0 &&
+      session_.sim_time > session_.situation.start_gate_open_time) {
+    session_.sim_time = startTimeOfDay();
+    btkDebug() << "Timer reset: curr_time = " << session_.sim_time << btkFlush;
   }
   periodic_timer_.lapMs();
-  force_periodic = false;
+  force_periodic_ = false;
   cleanupTerrainCache();
-  maintainConnections();
+  protocol_.connections().maintain();
 }
 
 void SngServer::cleanupTerrainCache() {
-  if (!terrain) return;
+  if (!session_.terrain) return;
   const int32_t before = memSize();
-  terrain->cleanup();
+  session_.terrain->cleanup();
   const int32_t after = memSize();
   btkLogger.log(BTK_DEBUG, "Terrain cache cleanup: memsize = %d K max = %d K (freed %d K)", after / 1000,
                 maxMemSize() / 1000, before / 1000 - after / 1000);
 }
 
 void SngServer::update(int timeoutMs) {
-  PassScope pass(*this);
-  const float dt = static_cast<float>(clock.lapMs() / 1000.0);
-  sim_time += dt;
+  SngProtocol::PassScope pass(protocol_);
+  const float dt = static_cast<float>(clock_.lapMs() / 1000.0);
+  session_.sim_time += dt;
 
-  sync_countdown -= dt;
-  if (sync_countdown <= 0.0f) {
+  sync_countdown_ -= dt;
+  if (sync_countdown_ <= 0.0f) {
     // Set before the burst: a pass nested inside it must not start another one.
-    sync_countdown = kSyncIntervalSeconds;
-    sendPingAndTime();
+    sync_countdown_ = kSyncIntervalSeconds;
+    protocol_.sendPingAndTime();
   }
 
   updatePlayers(dt);
 
-  task_update_countdown -= dt;
-  if (task_update_countdown <= 0.0f) {
+  task_update_countdown_ -= dt;
+  if (task_update_countdown_ <= 0.0f) {
     broadcastTaskProgress();
-    task_update_countdown = kTaskUpdateSeconds;
+    task_update_countdown_ = kTaskUpdateSeconds;
   }
 
-  if (shutdown_countdown > kNoShutdown) {
-    shutdown_countdown -= dt;
-    if (shutdown_countdown <= 0.0f) shutdown();
+  if (shutdown_announced_) {
+    shutdown_countdown_ -= dt;
+    if (shutdown_countdown_ <= 0.0f) shutdown();
   }
 
-  kill_poll_countdown -= dt;
+  kill_poll_countdown_ -= dt;
   handleStopSignal();
-  if (shutdown_countdown == kNoShutdown && kill_poll_countdown < 0.0f) {
+  if (!shutdown_announced_ && kill_poll_countdown_ < 0.0f) {
     pollKillFile();
-    kill_poll_countdown = 1.0f;
+    kill_poll_countdown_ = 1.0f;
   }
 
-  web_countdown -= dt;
-  if (web_countdown <= 0.0f) {
-    // sendWebUpdate comes here; until then the countdown stays expired, as for a busy reporter.
-  }
+  web_countdown_ -= dt;
 
-  ++pass_count;
-  handleNetworkEvents(timeoutMs);
-  // With lan_only, one scan answer (pollScanSocket) comes here.
+  ++session_.pass_count;
+  protocol_.handleNetworkEvents(timeoutMs);
 }
 
 void SngServer::updatePlayers(float dt) {
+  SngPlayerTable& players = protocol_.players();
   for (size_t slot = 0; slot < players.size(); ++slot) {
-    SngSrvPlayer* player = players[slot].get();
+    SngSrvPlayer* player = players.at(static_cast<uint32_t>(slot));
     if (!player) continue;
     player->update(dt);
     if (player->idle && player->idle_time_left <= 0.0f) {
       btkLogger.log(BTK_INFO, "Idle timeout for player %zu, disconnecting\n", slot);
-      disconnectPlayer(static_cast<uint32_t>(slot));
+      protocol_.connections().disconnectPlayer(static_cast<uint32_t>(slot));
     }
   }
 }
 
 void SngServer::broadcastTaskProgress() {
+  SngPlayerTable& players = protocol_.players();
   for (size_t slot = 0; slot < players.size(); ++slot) {
-    SngSrvPlayer* player = players[slot].get();
+    SngSrvPlayer* player = players.at(static_cast<uint32_t>(slot));
     if (!player || player->idle || player->task.turnpoints.empty()) continue;
     if (player->task.finished && !player->finish_reported) {
-      web_countdown = 0.0f;  // the web trigger of this same pass reports the finish
+      web_countdown_ = 0.0f;  // the web trigger of this same pass reports the finish
       player->finish_reported = true;
     }
-    bcastTaskUpdate(static_cast<uint32_t>(slot));  // logs "Send task update"
+    protocol_.broadcasts().bcastTaskUpdate(static_cast<uint32_t>(slot));  // logs "Send task update"
   }
 }
 
@@ -347,19 +340,34 @@ void SngServer::handleStopSignal() {
   btkLogger.log(BTK_INFO, "Received %s, shutting down", signo == SIGINT ? "SIGINT" : "SIGTERM");
   btkLogger.log(BTK_INFO, "Shutdown: %d min, msg = %s", 0, "(no message)");
   // Also cuts short a shutdown already announced for later: the operator wants the server gone now.
-  shutdown_countdown = 0.0f;
+  shutdown_announced_ = true;
+  shutdown_countdown_ = 0.0f;
 }
 
 void SngServer::pollKillFile() {
-  std::ifstream in(killFilePath());
-  if (!in) return;  // the normal case: nobody asked for a shutdown
-  const std::string first = readBoundedLine(in);
-  std::string message = in ? readBoundedLine(in) : std::string();
+  std::string text;
+  switch (btkReadRegularFile(killFilePath(), kMaxKillFileBytes, text)) {
+    case BtkFileRead::MISSING:  // the normal case: nobody asked for a shutdown
+      kill_file_warned_ = false;
+      return;
+    case BtkFileRead::NOT_REGULAR:
+      if (!kill_file_warned_) {
+        btkLogger.log(BTK_WARNING, "Kill file %s is not a regular file: ignored", killFilePath().c_str());
+      }
+      kill_file_warned_ = true;
+      return;
+    case BtkFileRead::OK: break;
+  }
+  BtkLineReader lines(std::move(text));
+  const std::string first = lines.next();
+  std::string message = lines.failed() ? std::string() : lines.next();
   // A file written on another system may end its lines with CR LF.
   if (!message.empty() && message.back() == '\r') message.pop_back();
   const int minutes = parseMinutes(first);
-  if (!message.empty()) bcastShutdownMessage(message);
-  shutdown_countdown = static_cast<float>(minutes) * 60.0f;
+  if (!message.empty()) protocol_.broadcasts().bcastShutdownMessage(message);
+  // A negative number means "now", however large.
+  shutdown_announced_ = true;
+  shutdown_countdown_ = std::max(0.0f, static_cast<float>(minutes) * 60.0f);
   btkLogger.log(BTK_INFO, "Shutdown: %d min, msg = %s", minutes, message.empty() ? "(no message)" : message.c_str());
 }
 
@@ -368,11 +376,11 @@ void SngServer::shutdown() {
   logLoopStatistics();
   unlink(killFilePath().c_str());
   unlink(pidFilePath().c_str());
-  host.reset();
+  protocol_.setNetwork(nullptr);
   if (enet_initialized_) {
     enet_deinitialize();
     enet_initialized_ = false;
   }
-  players.clear();
+  protocol_.players().clear();
   btkExit(0);
 }

@@ -1,29 +1,36 @@
-// The server: the state record of src/net completed by its start-up, main loop and shutdown. One
-// object, built by main and alive until the process ends.
+// The server: start-up, the main loop and shutdown. It owns the session (what start-up read, and the
+// simulated time) and the protocol, which it hands the session and its own pass as the nested pass.
+// One object, built by main and alive until the process ends.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "app/SngOptions.h"
-#include "net/SngServerState.h"
+#include "net/SngProtocol.h"
+#include "net/SngSession.h"
 #include "toolkit/BtkTimer.h"
 
-class SngServer : public SngServerState {
+class SngServer {
  public:
   static constexpr double kPeriodicIntervalMs = 2000.0;
   static constexpr int kLoopWaitMs = 100;  // network wait of a main-loop pass
   static constexpr float kTaskUpdateSeconds = 15.0f;
+  static constexpr float kSyncIntervalSeconds = 5.0f;
   static constexpr double kLoopStatsIntervalMs = 600000.0;  // a statistics line every 10 minutes
+  static constexpr size_t kMaxMotdBytes = 16 * 1024;
 
   SngServer();
-  ~SngServer() override;
+  ~SngServer();
+  SngServer(const SngServer&) = delete;
+  SngServer& operator=(const SngServer&) = delete;
 
   // The start-up sequence; false means the process must end with exit code 1.
   bool init(int argc, char** argv);
   // The main loop; never returns (the process ends through shutdown).
   [[noreturn]] void run();
   // One service pass; timeoutMs is the longest wait for a network event. Passes may nest.
-  void update(int timeoutMs) override;
+  void update(int timeoutMs);
   // The orderly stop; never returns.
   [[noreturn]] void shutdown();
 
@@ -35,6 +42,10 @@ class SngServer : public SngServerState {
 
   std::string killFilePath() const;
   std::string pidFilePath() const;
+  const std::string& name() const { return name_; }
+
+  SngSession& session() { return session_; }
+  SngProtocol& protocol() { return protocol_; }
 
   SngOptions options;
 
@@ -42,7 +53,6 @@ class SngServer : public SngServerState {
   void periodicWork();
   bool readSituation(const std::string& situationName);
   void readMessageOfTheDay();
-  bool initTerrainModel(const std::string& scenery);
   void logScenerySize();
   bool openNetwork();
   void updatePlayers(float dt);
@@ -51,16 +61,31 @@ class SngServer : public SngServerState {
   void handleStopSignal();
   void cleanupTerrainCache();
   float startTimeOfDay() const;
-
   void logLoopStatistics();
 
+  SngSession session_;
+  SngProtocol protocol_;
+  std::string name_;  // the situation file's base name: names the kill and pid files
+  bool enet_initialized_ = false;
+
+  // The loop's own clocks and countdowns (seconds unless named otherwise).
+  BtkTimer clock_;
   BtkTimer periodic_timer_;
+  bool force_periodic_ = false;
+  float sync_countdown_ = 1.0f;
+  float task_update_countdown_ = kTaskUpdateSeconds;
+  bool shutdown_announced_ = false;
+  float shutdown_countdown_ = 0.0f;
+  float kill_poll_countdown_ = 1.0f;
+  bool kill_file_warned_ = false;  // a kill file that is no regular file is reported once
+  // Runs out when a web report is due; a finish sets it to 0 so that the report goes out at once.
+  float web_countdown_ = 0.0f;
+
   // Time spent in main-loop passes that handled an event (those never wait for the network).
   BtkTimer stats_timer_;
   uint64_t stats_passes_ = 0;
   uint64_t stats_busy_passes_ = 0;
   double stats_worst_busy_ms_ = 0.0;
-  bool enet_initialized_ = false;
 };
 
 // SIGTERM and SIGINT start the same orderly shutdown as a kill file of 0 minutes; the handler only

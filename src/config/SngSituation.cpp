@@ -341,6 +341,18 @@ class SngSituationReader {
 
 }  // namespace
 
+namespace {
+
+template <class Entry>
+void keepFirst(std::vector<Entry>& entries, const char* what, const std::string& path) {
+  if (entries.size() <= SngSituation::kMaxListEntries) return;
+  btkLogger.log(BTK_WARNING, "Situation file %s has %zu %s: only the first %zu are used", path.c_str(),
+                entries.size(), what, SngSituation::kMaxListEntries);
+  entries.resize(SngSituation::kMaxListEntries);
+}
+
+}  // namespace
+
 bool SngSituation::load(const std::string& path, std::vector<std::string>* ignoredLines) {
   BtkCfgFile cfg(path);
   if (!cfg.isOpen()) {
@@ -349,6 +361,10 @@ bool SngSituation::load(const std::string& path, std::vector<std::string>* ignor
     return false;
   }
   SngSituationReader(cfg, *this, ignoredLines).readAll();
+  // The wire counts turnpoints and wind layers in one byte: a longer list could not be sent whole, and
+  // a count that disagreed with the entries would make every client misread SERVER_INFO.
+  keepFirst(turnpoints, "turnpoints", path);
+  keepFirst(wind_layers, "wind layers", path);
   return true;
 }
 

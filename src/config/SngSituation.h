@@ -52,6 +52,9 @@ enum SngTimeZoneMode : int32_t { SNG_TIME_OF_DAY = 0, SNG_TIME_LOCAL = 1, SNG_TI
 
 // Field names are the keys that set them; the initial values are the defaults of a file without them.
 struct SngSituation {
+  // Turnpoints and wind layers kept from the file: the wire counts each list in one byte.
+  static constexpr size_t kMaxListEntries = 255;
+
   std::vector<SngWindLayer> wind_layers;
   std::vector<SngAiFlight> flights;
   std::vector<std::string> ai_glider_types;

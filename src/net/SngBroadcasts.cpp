@@ -1,85 +1,84 @@
-// The join snapshot and the server's broadcasts. Each message is built once and handed to the
-// transport once for all its recipients.
 #include <cmath>
 
-#include "net/SngMessages.h"
-#include "net/SngNet.h"
-#include "net/SngServerState.h"
+#include "net/SngBroadcasts.h"
+
+#include "wire/SngMessages.h"
+#include "wire/SngNet.h"
 #include "terrain/GgTriangle.h"
 #include "toolkit/BtkLogger.h"
 
-void SngServerState::relayToOthers(uint32_t sender, const std::vector<uint8_t>& bytes) {
-  sendToPlayers(static_cast<int>(sender), bytes.data(), bytes.size(), false, [](const SngSrvPlayer&) { return true; });
+void SngBroadcasts::relayToOthers(uint32_t sender, const uint8_t* data, size_t size) {
+  out_.sendToPlayers(static_cast<int>(sender), data, size, false, [](const SngSrvPlayer&) { return true; });
 }
 
-void SngServerState::bcastChatMessage(uint32_t sender, const std::string& text) {
-  if (!playerAt(sender)) return;
+void SngBroadcasts::bcastChatMessage(uint32_t sender, const std::string& text) {
+  if (!players_.at(sender)) return;
   SngChatMsg chat;
   chat.player = static_cast<uint8_t>(sender);
   chat.text = text;
-  sendToPlayers(static_cast<int>(sender), sngMessage(SngNet::CHAT_MSG, chat), true);
+  out_.sendToPlayers(static_cast<int>(sender), sngMessage(SngNet::CHAT_MSG, chat), true);
 }
 
-void SngServerState::bcastVoice(uint32_t sender, const std::vector<uint8_t>& bytes, uint16_t channel) {
-  sendToPlayers(static_cast<int>(sender), bytes.data(), bytes.size(), true,
+void SngBroadcasts::bcastVoice(uint32_t sender, const uint8_t* data, size_t size, uint16_t channel) {
+  out_.sendToPlayers(static_cast<int>(sender), data, size, true,
                 [channel](const SngSrvPlayer& player) { return player.comm_channel == channel; });
 }
 
-void SngServerState::bcastPlayerLeft(uint32_t id) {
+void SngBroadcasts::bcastPlayerLeft(uint32_t id) {
   SngPlayerMsg left;
   left.player = static_cast<uint8_t>(id);
-  sendToPlayers(static_cast<int>(id), sngMessage(SngNet::PLAYER_LEFT, left), true);
+  out_.sendToPlayers(static_cast<int>(id), sngMessage(SngNet::PLAYER_LEFT, left), true);
 }
 
-SngPacket SngServerState::buildServerInfo(uint32_t id, bool& stillSeated) {
-  const SngSrvPlayer* receiver = playerAt(id);
+SngPacket SngBroadcasts::buildServerInfo(uint32_t id, bool trace, bool& stillSeated) {
+  const SngSrvPlayer* receiver = players_.at(id);
   SngServerInfoMsg info;
   info.player = static_cast<uint8_t>(id);
-  info.server_flags = static_cast<uint8_t>(situation.mp_server_flags);
-  info.month = static_cast<uint8_t>(situation.month);
-  info.day = static_cast<uint8_t>(situation.day);
-  info.sim_time = sim_time;  // the time when the message is started, before the nested pass below
-  info.scenery_name = scenery_dir;
-  info.airport_name = situation.airport_name;
-  info.runway = situation.runway;
-  info.thermal_strength = situation.thermal_strength;
-  info.thermal_radius = situation.thermal_radius;
-  info.thermal_ceiling = situation.thermal_ceiling;
-  info.cumulus_base = situation.cumulus_base;
-  info.max_num_thermals = static_cast<uint16_t>(situation.max_num_thermals);
-  info.wind_str = static_cast<uint16_t>(situation.wind_str);
-  info.wind_dir = static_cast<uint16_t>(situation.wind_dir);
-  for (const SngWindLayer& layer : situation.wind_layers) {
+  info.server_flags = static_cast<uint8_t>(session_.situation.mp_server_flags);
+  info.month = static_cast<uint8_t>(session_.situation.month);
+  info.day = static_cast<uint8_t>(session_.situation.day);
+  info.sim_time = session_.sim_time;  // the time when the message is started, before the nested pass below
+  info.scenery_name = session_.scenery_dir;
+  info.airport_name = session_.situation.airport_name;
+  info.runway = session_.situation.runway;
+  info.thermal_strength = session_.situation.thermal_strength;
+  info.thermal_radius = session_.situation.thermal_radius;
+  info.thermal_ceiling = session_.situation.thermal_ceiling;
+  info.cumulus_base = session_.situation.cumulus_base;
+  info.max_num_thermals = static_cast<uint16_t>(session_.situation.max_num_thermals);
+  info.wind_str = static_cast<uint16_t>(session_.situation.wind_str);
+  info.wind_dir = static_cast<uint16_t>(session_.situation.wind_dir);
+  for (const SngWindLayer& layer : session_.situation.wind_layers) {
     info.wind_layers.push_back({layer.altitude, layer.direction, layer.strength});
   }
-  info.start_gate_open_time = static_cast<uint32_t>(situation.start_gate_open_time);
-  info.regatta_start = situation.regatta_start;
-  double altitude = std::trunc(situation.start_gate_altitude);
-  if (situation.start_gate_altitude_ref == 1 && !situation.turnpoints.empty()) {
-    const SngTurnpoint& first = situation.turnpoints.front();
+  info.start_gate_open_time = static_cast<uint32_t>(session_.situation.start_gate_open_time);
+  info.regatta_start = session_.situation.regatta_start;
+  double altitude = std::trunc(session_.situation.start_gate_altitude);
+  if (session_.situation.start_gate_altitude_ref == 1 && !session_.situation.turnpoints.empty()) {
+    const SngTurnpoint& first = session_.situation.turnpoints.front();
     GgTriangle ground(10.0f);
     // Runs one nested server pass; the receiver may log out or lose its slot to a new LOGIN meanwhile.
-    if (findTerrainTriangle(first.lat, first.lon, ground)) altitude = std::trunc(altitude + ground.height);
+    if (host_.findTerrainTriangle(first.lat, first.lon, ground)) altitude = std::trunc(altitude + ground.height);
   }
   info.start_gate_altitude = sngTruncI32(altitude);
-  btkLogger.log(BTK_DEBUG, "sendServerInfo, build task packet\n");
-  info.task = situation.turnpoints;
-  btkLogger.log(BTK_DEBUG, "- ok\n");
-  info.motd = motd;
-  stillSeated = receiver && playerAt(id) == receiver;
+  if (trace) btkLogger.log(BTK_DEBUG, "sendServerInfo, build task packet\n");
+  info.task = session_.situation.turnpoints;
+  if (trace) btkLogger.log(BTK_DEBUG, "- ok\n");
+  info.motd = session_.motd;
+  stillSeated = receiver && players_.at(id) == receiver;
   return sngMessage(SngNet::SERVER_INFO, info);
 }
 
-void SngServerState::sendServerInfo(uint32_t id) {
+void SngBroadcasts::sendServerInfo(uint32_t id, bool trace) {
   bool stillSeated = false;
-  const SngPacket packet = buildServerInfo(id, stillSeated);
-  const SngSrvPlayer* player = playerAt(id);
+  const SngPacket packet = buildServerInfo(id, trace, stillSeated);
+  const SngSrvPlayer* player = players_.at(id);
   if (!stillSeated || !player || !player->peer) return;
-  btkLogger.log(BTK_INFO, "Send server info to player %u", id);
-  sendToPeer(player->peer, packet, true);
+  if (trace) btkLogger.log(BTK_INFO, "Send server info to player %u", id);
+  out_.sendToPeer(player->peer, packet, true);
 }
 
-SngPacket SngServerState::buildAircraftMessage(uint8_t opcode, const SngSrvPlayer& player) {
+SngPacket SngBroadcasts::buildAircraftMessage(uint8_t opcode, const SngSrvPlayer& player) const {
   SngAircraftMsg msg;
   msg.player = static_cast<uint8_t>(player.player_id);
   msg.aircraft_id = player.aircraft_id;
@@ -87,46 +86,40 @@ SngPacket SngServerState::buildAircraftMessage(uint8_t opcode, const SngSrvPlaye
   msg.nick = player.nick;
   msg.registration = player.registration;
   msg.comp_id = player.comp_id;
-  msg.launch.launch_method = player.launch_method;
-  msg.launch.rope_length = player.rope_length;
-  msg.launch.towplane_id = player.towplane_id;
-  msg.launch.winch_id = player.winch_id;
-  msg.launch.winch_lat = player.winch_lat;
-  msg.launch.winch_lon = player.winch_lon;
-  msg.launch.winch_alt = player.winch_alt;
-  msg.launch.winch_dir = player.winch_dir;
+  msg.launch = player.launch;
   // A joiner sees a finished aerotow or winch launch as no launch at all.
-  const bool launchOver = player.launch_method == 1 || player.launch_method == 2 ? !player.launching : false;
-  if (opcode == SngNet::EXISTING_AIRCRAFT && launchOver) msg.launch.launch_method = 0;
+  if (opcode == SngNet::EXISTING_AIRCRAFT && player.launch.isAssisted() && !player.launching) {
+    msg.launch.method = SngLaunch::NONE;
+  }
   msg.task = player.task.turnpoints;
   return sngMessage(opcode, msg);
 }
 
-void SngServerState::sendExistingAircraft(uint32_t id) {
-  const SngSrvPlayer* joiner = playerAt(id);
+void SngBroadcasts::sendExistingAircraft(uint32_t id) {
+  const SngSrvPlayer* joiner = players_.at(id);
   if (!joiner) {
     btkLogger.log(BTK_WARNING, "sendExistingAircraft (%u): Missing player!\n", id);
     return;
   }
-  btkLogger.log(BTK_DEBUG, "Sending %zu existing aircraft: %u (%s)\n", players.size(), id, joiner->nick.c_str());
-  for (size_t slot = 0; slot < players.size(); ++slot) {
-    const SngSrvPlayer* other = players[slot].get();
+  btkLogger.log(BTK_DEBUG, "Sending %zu existing aircraft: %u (%s)\n", players_.size(), id, joiner->nick.c_str());
+  for (size_t slot = 0; slot < players_.size(); ++slot) {
+    const SngSrvPlayer* other = players_.at(static_cast<uint32_t>(slot));
     if (!other || other->idle || slot == id) continue;
-    sendToPlayer(*joiner, buildAircraftMessage(SngNet::EXISTING_AIRCRAFT, *other), true);
+    out_.sendToPlayer(*joiner, buildAircraftMessage(SngNet::EXISTING_AIRCRAFT, *other), true);
   }
 }
 
-void SngServerState::bcastNewAircraft(uint32_t id) {
-  const SngSrvPlayer* player = playerAt(id);
+void SngBroadcasts::bcastNewAircraft(uint32_t id) {
+  const SngSrvPlayer* player = players_.at(id);
   if (!player) {
     btkLogger.log(BTK_WARNING, "bcastNewAircraft (%u): Missing player!\n", id);
     return;
   }
-  sendToPlayers(static_cast<int>(id), buildAircraftMessage(SngNet::NEW_AIRCRAFT, *player), true);
+  out_.sendToPlayers(static_cast<int>(id), buildAircraftMessage(SngNet::NEW_AIRCRAFT, *player), true);
 }
 
-void SngServerState::bcastTaskUpdate(uint32_t id) {
-  const SngSrvPlayer* player = playerAt(id);
+void SngBroadcasts::bcastTaskUpdate(uint32_t id) {
+  const SngSrvPlayer* player = players_.at(id);
   if (!player) return;
   SngTaskUpdateMsg update;
   update.player = static_cast<uint8_t>(id);
@@ -136,14 +129,14 @@ void SngServerState::bcastTaskUpdate(uint32_t id) {
   update.distance = static_cast<float>(player->task.distance);
   btkLogger.log(BTK_DEBUG, "Send task update: %s: %.4f sec, %.4f km", player->nick.c_str(), player->task.task_time,
                 player->task.distance / 1000.0);
-  sendToPlayers(static_cast<int>(id), sngMessage(SngNet::TASK_UPDATE, update), false);
+  out_.sendToPlayers(static_cast<int>(id), sngMessage(SngNet::TASK_UPDATE, update), false);
 }
 
-void SngServerState::bcastShutdownMessage(const std::string& text) {
+void SngBroadcasts::bcastShutdownMessage(const std::string& text) {
   SngShutdownMsg msg;
   msg.text = text;
   // The two version numbers are compared each by itself, unlike LOGIN's check: 2.0 gets nothing.
-  sendToPlayers(-1, sngMessage(SngNet::SHUTDOWN_MSG, msg), true, [](const SngSrvPlayer& player) {
+  out_.sendToPlayers(-1, sngMessage(SngNet::SHUTDOWN_MSG, msg), true, [](const SngSrvPlayer& player) {
     return player.client_version_major >= 1 && player.client_version_minor >= 8;
   });
 }

@@ -15,16 +15,15 @@ SngEnetNetwork::~SngEnetNetwork() { enet_host_destroy(host_); }
 
 namespace {
 
-// ENet resets a peer, connectID included, before it reports the disconnect; the connection's identity
-// is therefore kept in the peer's user data from the connect event on.
-uint32_t rememberedConnectId(const ENetPeer* peer) {
-  return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(peer->data));
-}
+// The connection's serial lives in the peer's user data from the connect event to the disconnect
+// event: ENet resets everything else of a peer before it reports the disconnect, and its connectID
+// is chosen by the client, so one client could give many connections the same one.
+uint64_t serialOf(const ENetPeer* peer) { return static_cast<uint64_t>(reinterpret_cast<uintptr_t>(peer->data)); }
 
-SngPeer toPeer(ENetPeer* peer, uint32_t connectId) {
+SngPeer toPeer(ENetPeer* peer) {
   SngPeer result;
   result.handle = peer;
-  result.connect_id = connectId;
+  result.serial = serialOf(peer);
   result.address = peer->address.host;
   return result;
 }
@@ -50,20 +49,20 @@ bool SngEnetNetwork::service(int timeoutMs, SngNetEvent& event) {
   if (enet_host_service(host_, &raw, static_cast<enet_uint32>(timeoutMs > 0 ? timeoutMs : 0)) <= 0) return false;
   switch (raw.type) {
     case ENET_EVENT_TYPE_CONNECT:
-      raw.peer->data = reinterpret_cast<void*>(static_cast<uintptr_t>(raw.peer->connectID));
+      raw.peer->data = reinterpret_cast<void*>(static_cast<uintptr_t>(++lastSerial_));
       event.type = SngNetEvent::CONNECT;
-      event.peer = toPeer(raw.peer, raw.peer->connectID);
+      event.peer = toPeer(raw.peer);
       event.info = rawInfo(raw.peer);
       break;
     case ENET_EVENT_TYPE_DISCONNECT:
       event.type = SngNetEvent::DISCONNECT;
-      event.peer = toPeer(raw.peer, rememberedConnectId(raw.peer));
+      event.peer = toPeer(raw.peer);
       event.info = rawInfo(raw.peer);
       raw.peer->data = nullptr;
       break;
     case ENET_EVENT_TYPE_RECEIVE:
       event.type = SngNetEvent::RECEIVE;
-      event.peer = toPeer(raw.peer, rememberedConnectId(raw.peer));
+      event.peer = toPeer(raw.peer);
       event.channel = raw.channelID;
       event.data.assign(raw.packet->data, raw.packet->data + raw.packet->dataLength);
       enet_packet_destroy(raw.packet);
@@ -77,7 +76,7 @@ ENetPeer* SngEnetNetwork::livePeer(const SngPeer& peer) const {
   auto* raw = static_cast<ENetPeer*>(peer.handle);
   if (!raw || raw < host_->peers || raw >= host_->peers + host_->peerCount) return nullptr;
   // ENet reuses peer objects: the same object may now carry another client's connection.
-  if (raw->connectID != peer.connect_id || raw->state != ENET_PEER_STATE_CONNECTED) return nullptr;
+  if (serialOf(raw) != peer.serial || raw->state != ENET_PEER_STATE_CONNECTED) return nullptr;
   return raw;
 }
 

@@ -40,4 +40,5 @@ class SngEnetNetwork : public SngNetwork {
   ENetPeer* livePeer(const SngPeer& peer) const;
 
   ENetHost* host_;
+  uint64_t lastSerial_ = 0;
 };

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "session/SngPeer.h"
+#include "player/SngPeer.h"
 
 // What the log reports about a connection.
 struct SngPeerInfo {

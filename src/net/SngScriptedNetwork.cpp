@@ -11,10 +11,10 @@ SngPeer SngScriptedNetwork::connect(uint8_t a, uint8_t b, uint8_t c, uint8_t d) 
     nextHandle_ += 0x10;
   }
   peer.handle = reinterpret_cast<void*>(handle);
-  peer.connect_id = nextConnectId_++;
+  peer.serial = nextSerial_++;
   peer.address = static_cast<uint32_t>(a) | static_cast<uint32_t>(b) << 8 | static_cast<uint32_t>(c) << 16 |
                  static_cast<uint32_t>(d) << 24;
-  live_[peer.connect_id] = peer;
+  live_[peer.serial] = peer;
   SngNetEvent event;
   event.type = SngNetEvent::CONNECT;
   event.peer = peer;
@@ -32,7 +32,7 @@ void SngScriptedNetwork::receive(const SngPeer& peer, std::vector<uint8_t> data,
 }
 
 void SngScriptedNetwork::drop(const SngPeer& peer) {
-  if (live_.erase(peer.connect_id) == 0) return;
+  if (live_.erase(peer.serial) == 0) return;
   freeHandles_.push_back(reinterpret_cast<uintptr_t>(peer.handle));
   SngNetEvent event;
   event.type = SngNetEvent::DISCONNECT;
@@ -67,7 +67,7 @@ SngPeerInfo SngScriptedNetwork::info(const SngPeer&) {
 }
 
 bool SngScriptedNetwork::isConnected(const SngPeer& peer) {
-  auto it = live_.find(peer.connect_id);
+  auto it = live_.find(peer.serial);
   return it != live_.end() && it->second == peer;
 }
 

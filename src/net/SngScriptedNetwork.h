@@ -42,8 +42,8 @@ class SngScriptedNetwork : public SngNetwork {
 
  private:
   std::deque<SngNetEvent> events_;
-  std::map<uint32_t, SngPeer> live_;  // by connect_id
-  uint32_t nextConnectId_ = 1;
+  std::map<uint64_t, SngPeer> live_;  // by serial
+  uint64_t nextSerial_ = 1;
   // Handles are fake addresses that are never dereferenced; like ENet, a handle is reused after a drop.
   std::vector<uintptr_t> freeHandles_;
   uintptr_t nextHandle_ = 0x1000;

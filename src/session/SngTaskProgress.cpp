@@ -42,14 +42,6 @@ SngAchievedPoint::SngAchievedPoint(const SngTurnpoint& tp)
 
 SngAchievedPoint::SngAchievedPoint(double latDeg, double lonDeg) : lat(latDeg), lon(lonDeg) {}
 
-void SngTaskProgress::reset() {
-  *this = SngTaskProgress();
-}
-
-void SngTaskProgress::assign(const SngTaskProgress& task) {
-  if (&task != this) *this = task;
-}
-
 void SngTaskProgress::computeLength() {
   if (length >= 0.0) return;
   double sum = 0.0;
@@ -133,7 +125,7 @@ void SngTaskProgress::evaluate(double now, const std::vector<SngTrackPoint>& tra
   updateFigures(now, track);
 }
 
-// The fields are public and copied in whole by `assign`; indices that do not fit this task or this
+// The fields are public and a record may be copied whole; indices that do not fit this task or this
 // track (a shorter track is not the one scored so far) are not trusted: the walk starts over.
 bool SngTaskProgress::resumable(const std::vector<SngTrackPoint>& track) const {
   const auto count = static_cast<int64_t>(turnpoints.size());

@@ -1,5 +1,5 @@
 // A player's copy of the task and the scoring of the flown track against it. The player record owns
-// one (created at CONNECT with `assign`, scored by `evaluate` after every recorded track point).
+// one: CONNECT sets its turnpoints, `evaluate` scores it after every recorded track point.
 #pragma once
 
 #include <cstddef>
@@ -26,7 +26,7 @@ struct SngAchievedPoint {
   SngAchievedPoint(double latDeg, double lonDeg);
 };
 
-// Plain record: no virtual operations; copied whole by `assign`.
+// Plain record: no virtual operations.
 class SngTaskProgress {
  public:
   std::vector<SngTurnpoint> turnpoints;
@@ -51,10 +51,6 @@ class SngTaskProgress {
   std::vector<SngAchievedPoint> achieved;
   double finish_time = 0.0;  // s of the day; the end time of a finished task
 
-  // Initial values, turnpoints emptied too.
-  void reset();
-  // Copies a task, turnpoints and progress (CONNECT).
-  void assign(const SngTaskProgress& task);
   // Sum of the legs between consecutive turnpoints, once (while `length` is below 0).
   void computeLength();
   // Turnpoint names joined by " - ".

@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "QvFlight.h"
-#include "net/SngMessages.h"
-#include "net/SngNet.h"
+#include "wire/SngMessages.h"
+#include "wire/SngNet.h"
 
 // One received message as ENet delivered it.
 struct QvMessage {

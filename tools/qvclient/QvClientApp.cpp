@@ -180,7 +180,7 @@ class OptionParser {
     if (parts.size() != 2 || !parseUnsigned(parts[0], 10, 65535, rope)) {
       return "--aerotow needs ROPE_M,TOWPLANE: " + value;
     }
-    o.launch.launch_method = SngNet::LAUNCH_AEROTOW;
+    o.launch.method = SngNet::LAUNCH_AEROTOW;
     o.launch.rope_length = static_cast<uint16_t>(rope);
     o.launch.towplane_id = parts[1];
     return "";
@@ -191,7 +191,7 @@ class OptionParser {
     const std::string error = "--winch needs CABLE_M,ID or CABLE_M,ID,LAT,LON,ALT_M,DIRECTION: " + value;
     unsigned long long cable = 0;
     if ((parts.size() != 2 && parts.size() != 6) || !parseUnsigned(parts[0], 10, 65535, cable)) return error;
-    o.launch.launch_method = SngNet::LAUNCH_WINCH;
+    o.launch.method = SngNet::LAUNCH_WINCH;
     o.launch.rope_length = static_cast<uint16_t>(cable);
     o.launch.winch_id = parts[1];
     if (parts.size() == 6) {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "QvFlight.h"
-#include "net/SngMessages.h"
+#include "wire/SngMessages.h"
 
 struct QvClientOptions {
   std::string host = "127.0.0.1";
@@ -30,7 +30,7 @@ struct QvClientOptions {
   std::string aircraft = "QV-Trainer";
   std::string registration = "QV-TST";
   std::string comp = "QV";
-  SngLaunchBlock launch;
+  SngLaunch launch;
   bool no_task = false;
 
   bool fly = false;

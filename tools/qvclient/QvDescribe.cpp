@@ -49,8 +49,8 @@ std::string serverFlags(uint8_t flags) {
                 yesNo(flags & 1).c_str(), yesNo(flags & 2).c_str(), yesNo(flags & 32).c_str());
 }
 
-std::string launch(const SngLaunchBlock& block) {
-  switch (block.launch_method) {
+std::string launch(const SngLaunch& block) {
+  switch (block.method) {
     case SngNet::LAUNCH_AEROTOW:
       return format("aerotow (rope %u m, towplane %s)", block.rope_length, quoted(block.towplane_id).c_str());
     case SngNet::LAUNCH_WINCH:
@@ -58,7 +58,7 @@ std::string launch(const SngLaunchBlock& block) {
                     quoted(block.winch_id).c_str(), qvLatLon(block.winch_lat, block.winch_lon).c_str(),
                     block.winch_alt, block.winch_dir);
     default:
-      return format("launch method %u", block.launch_method);
+      return format("launch method %u", block.method);
   }
 }
 

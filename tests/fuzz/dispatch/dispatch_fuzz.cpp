@@ -16,7 +16,7 @@
 #include "SceneryBuilder.h"
 #include "app/SngAppPaths.h"
 #include "app/SngServer.h"
-#include "net/SngMessages.h"
+#include "wire/SngMessages.h"
 #include "net/SngScriptedNetwork.h"
 #include "toolkit/BtkClock.h"
 #include "toolkit/BtkExit.h"
@@ -87,10 +87,9 @@ class Reader {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static SngServer* server = makeServer();
-  for (auto& player : server->players) player.reset();
-  server->connections.clear();
+  server->protocol().players().clear();
   auto* net = new SngScriptedNetwork();
-  server->host.reset(net);
+  server->protocol().setNetwork(std::unique_ptr<SngNetwork>(net));
   std::vector<SngPeer> peers;
   Reader in(data, size);
   try {
@@ -118,6 +117,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         case 5: server->update(0); break;
       }
     }
+    // Every connection ends with the input, so that the next input starts with an empty table.
+    for (const SngPeer& peer : peers) net->drop(peer);
     for (int i = 0; i < 1000 && net->pending() > 0; ++i) server->update(0);
   } catch (const Exited&) {
     abort();  // nothing in a client's power may stop the server

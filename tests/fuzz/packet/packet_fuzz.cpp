@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "net/SngAircraftStateCodec.h"
-#include "net/SngMessages.h"
+#include "wire/SngAircraftStateCodec.h"
+#include "wire/SngMessages.h"
 
 namespace {
 

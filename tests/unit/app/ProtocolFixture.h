@@ -10,7 +10,8 @@
 
 #include "app/SngAppPaths.h"
 #include "app/SngServer.h"
-#include "net/SngMessages.h"
+#include "wire/SngMessages.h"
+#include "wire/SngNet.h"
 #include "net/SngScriptedNetwork.h"
 #include "testutil/Files.h"
 #include "testutil/Ports.h"
@@ -47,7 +48,7 @@ class ProtocolFixture : public ::testing::Test {
   void startServer(const std::string& situationLines = "", std::vector<std::string> options = {}) {
     ASSERT_TRUE(initServer(situationLines, std::move(options)));
     net = new SngScriptedNetwork();
-    server->host.reset(net);
+    server->protocol().setNetwork(std::unique_ptr<SngNetwork>(net));
     server->startLoopClocks();
   }
 
@@ -76,6 +77,8 @@ class ProtocolFixture : public ::testing::Test {
     return std::nullopt;
   }
 
+  SngSrvPlayer* playerAt(uint32_t id) const { return server->protocol().players().at(id); }
+
   std::string log() const { return readText(servers() + "/qvserver.log"); }
 
   // One pass after the clock moved on; the pass services one queued event.
@@ -88,7 +91,11 @@ class ProtocolFixture : public ::testing::Test {
     for (int i = 0; i < 1000 && net->pending() > 0; ++i) pass();
   }
 
-  static std::vector<uint8_t> bytes(const SngPacket& packet) { return packet.bytes; }
+  static size_t countOf(const std::string& text, const std::string& needle) {
+    size_t count = 0;
+    for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1)) ++count;
+    return count;
+  }
   static std::vector<uint8_t> loginBytes(uint32_t hwId, const std::string& nick, uint8_t major = 1,
                                          uint8_t minor = 8) {
     SngLoginMsg login;

@@ -3,7 +3,7 @@
 // re-encoding; the encoder serves the test client and the load generator.
 #pragma once
 
-#include "net/SngPacket.h"
+#include "wire/SngPacket.h"
 #include "session/SngAircraftState.h"
 
 // Reads the body at the cursor. Every field is read only when its bytes are there. A body that ends

@@ -1,8 +1,8 @@
-#include "net/SngMessages.h"
+#include "wire/SngMessages.h"
 
 #include <utility>
 
-#include "net/SngAircraftStateCodec.h"
+#include "wire/SngAircraftStateCodec.h"
 
 namespace {
 
@@ -17,6 +17,23 @@ bool readWhole(SngPacket& packet, Message& out, Fields fields) {
   }
   out = std::move(message);
   return true;
+}
+
+// Notes which field a read has come to, so that a failure can name the missing one.
+template <class Field>
+bool at(Field& where, Field field) {
+  where = field;
+  return true;
+}
+
+// Ends the read of a message a client sends: on failure the cursor goes back and the field is named;
+// the fields read before it stay in the record for the server's report.
+template <class Field>
+bool finishRead(SngPacket& packet, uint32_t start, bool ok, Field where, Field* missing) {
+  if (ok) return true;
+  packet.cursor = start;
+  if (missing) *missing = where;
+  return false;
 }
 
 bool getF32AsDouble(SngPacket& packet, double& out) {
@@ -84,39 +101,43 @@ void SngLoginMsg::write(SngPacket& packet) const {
   packet.putString(nick);
 }
 
-bool SngLoginMsg::read(SngPacket& packet) {
-  return readWhole(packet, *this, [](SngPacket& p, SngLoginMsg& m) {
-    return p.getU8(m.version_major) && p.getU8(m.version_minor) && p.getU32(m.hw_id) &&
-           p.getString(m.pilot_name) && p.getString(m.nick);
-  });
+bool SngLoginMsg::read(SngPacket& p, Field* missing) {
+  const uint32_t start = p.cursor;
+  Field f = VERSION;
+  const bool ok = at(f, VERSION) && p.getU8(version_major) && p.getU8(version_minor) && at(f, HW_ID) &&
+                  p.getU32(hw_id) && at(f, PILOT_NAME) && p.getString(pilot_name) && at(f, NICK) && p.getString(nick);
+  return finishRead(p, start, ok, f, missing);
 }
 
-void SngLaunchBlock::write(SngPacket& packet) const {
-  packet.putU8(launch_method);
-  if (launch_method == SngNet::LAUNCH_AEROTOW) {
-    packet.putU16(rope_length);
-    packet.putString(towplane_id);
-  } else if (launch_method == SngNet::LAUNCH_WINCH) {
-    packet.putU16(rope_length);
-    packet.putString(winch_id);
-    packet.putF32(sngToF32(winch_lat));
-    packet.putF32(sngToF32(winch_lon));
-    packet.putF32(sngToF32(winch_alt));
-    packet.putU16(winch_dir);
+void sngPutLaunch(SngPacket& packet, const SngLaunch& launch) {
+  packet.putU8(launch.method);
+  if (launch.method == SngLaunch::AEROTOW) {
+    packet.putU16(launch.rope_length);
+    packet.putString(launch.towplane_id);
+  } else if (launch.method == SngLaunch::WINCH) {
+    packet.putU16(launch.rope_length);
+    packet.putString(launch.winch_id);
+    packet.putF32(sngToF32(launch.winch_lat));
+    packet.putF32(sngToF32(launch.winch_lon));
+    packet.putF32(sngToF32(launch.winch_alt));
+    packet.putU16(launch.winch_dir);
   }
 }
 
-bool SngLaunchBlock::read(SngPacket& packet) {
-  return readWhole(packet, *this, [](SngPacket& p, SngLaunchBlock& m) {
-    if (!p.getU8(m.launch_method)) return false;
-    if (m.launch_method == SngNet::LAUNCH_AEROTOW)
-      return p.getU16(m.rope_length) && p.getString(m.towplane_id);
-    if (m.launch_method == SngNet::LAUNCH_WINCH) {
-      return p.getU16(m.rope_length) && p.getString(m.winch_id) && getF32AsDouble(p, m.winch_lat) &&
-             getF32AsDouble(p, m.winch_lon) && getF32AsDouble(p, m.winch_alt) && p.getU16(m.winch_dir);
-    }
-    return true;
-  });
+bool sngGetLaunch(SngPacket& p, SngLaunch& m, SngLaunchField* missing) {
+  using F = SngLaunchField;
+  const uint32_t start = p.cursor;
+  F f = F::METHOD;
+  bool ok = p.getU8(m.method);
+  if (ok && m.method == SngLaunch::AEROTOW) {
+    ok = at(f, F::ROPE_LENGTH) && p.getU16(m.rope_length) && at(f, F::TOWPLANE_ID) && p.getString(m.towplane_id);
+  } else if (ok && m.method == SngLaunch::WINCH) {
+    ok = at(f, F::ROPE_LENGTH) && p.getU16(m.rope_length) && at(f, F::WINCH_ID) && p.getString(m.winch_id) &&
+         at(f, F::WINCH_LAT) && getF32AsDouble(p, m.winch_lat) && at(f, F::WINCH_LON) &&
+         getF32AsDouble(p, m.winch_lon) && at(f, F::WINCH_ALT) && getF32AsDouble(p, m.winch_alt) &&
+         at(f, F::WINCH_DIR) && p.getU16(m.winch_dir);
+  }
+  return finishRead(p, start, ok, f, missing);
 }
 
 void SngConnectMsg::write(SngPacket& packet) const {
@@ -125,15 +146,18 @@ void SngConnectMsg::write(SngPacket& packet) const {
   packet.putString(aircraft_id);
   packet.putString(registration);
   packet.putString(comp_id);
-  launch.write(packet);
+  sngPutLaunch(packet, launch);
   packet.putTask(task);
 }
 
-bool SngConnectMsg::read(SngPacket& packet) {
-  return readWhole(packet, *this, [](SngPacket& p, SngConnectMsg& m) {
-    return p.getU32(m.hw_id) && p.getU8(m.player) && p.getString(m.aircraft_id) &&
-           p.getString(m.registration) && p.getString(m.comp_id) && m.launch.read(p) && p.getTask(m.task);
-  });
+bool SngConnectMsg::read(SngPacket& p, Field* missing, SngLaunchField* launch_missing) {
+  const uint32_t start = p.cursor;
+  Field f = HW_ID;
+  const bool ok = at(f, HW_ID) && p.getU32(hw_id) && at(f, PLAYER) && p.getU8(player) && at(f, AIRCRAFT_ID) &&
+                  p.getString(aircraft_id) && at(f, REGISTRATION) && p.getString(registration) && at(f, COMP_ID) &&
+                  p.getString(comp_id) && at(f, LAUNCH) && sngGetLaunch(p, launch, launch_missing) && at(f, TASK) &&
+                  p.getTask(task);
+  return finishRead(p, start, ok, f, missing);
 }
 
 void SngServerInfoMsg::write(SngPacket& packet) const {
@@ -183,15 +207,15 @@ void SngAircraftMsg::write(SngPacket& packet) const {
   packet.putString(nick);
   packet.putString(registration);
   packet.putString(comp_id);
-  launch.write(packet);
+  sngPutLaunch(packet, launch);
   packet.putTask(task);
 }
 
 bool SngAircraftMsg::read(SngPacket& packet) {
   return readWhole(packet, *this, [](SngPacket& p, SngAircraftMsg& m) {
     return p.getU8(m.player) && p.getString(m.aircraft_id) && p.getString(m.pilot_name) &&
-           p.getString(m.nick) && p.getString(m.registration) && p.getString(m.comp_id) && m.launch.read(p) &&
-           p.getTask(m.task);
+           p.getString(m.nick) && p.getString(m.registration) && p.getString(m.comp_id) &&
+           sngGetLaunch(p, m.launch) && p.getTask(m.task);
   });
 }
 
@@ -256,8 +280,8 @@ void SngPlayerMsg::write(SngPacket& packet) const {
   packet.putU8(player);
 }
 
-bool SngPlayerMsg::read(SngPacket& packet) {
-  return readWhole(packet, *this, [](SngPacket& p, SngPlayerMsg& m) { return p.getU8(m.player); });
+bool SngPlayerMsg::read(SngPacket& p, Field* missing) {
+  return finishRead(p, p.cursor, p.getU8(player), PLAYER, missing);
 }
 
 void SngStateMsg::write(SngPacket& packet) const {
@@ -265,10 +289,11 @@ void SngStateMsg::write(SngPacket& packet) const {
   encodeAircraftState(packet, state);
 }
 
-bool SngStateMsg::read(SngPacket& packet) {
-  return readWhole(packet, *this, [](SngPacket& p, SngStateMsg& m) {
-    return p.getU8(m.player) && decodeAircraftState(p, m.state);
-  });
+bool SngStateMsg::read(SngPacket& p, Field* missing) {
+  const uint32_t start = p.cursor;
+  Field f = PLAYER;
+  const bool ok = p.getU8(player) && at(f, BODY) && decodeAircraftState(p, state);
+  return finishRead(p, start, ok, f, missing);
 }
 
 void SngChatMsg::write(SngPacket& packet) const {
@@ -276,9 +301,11 @@ void SngChatMsg::write(SngPacket& packet) const {
   packet.putString(text);
 }
 
-bool SngChatMsg::read(SngPacket& packet) {
-  return readWhole(packet, *this,
-                   [](SngPacket& p, SngChatMsg& m) { return p.getU8(m.player) && p.getString(m.text); });
+bool SngChatMsg::read(SngPacket& p, Field* missing) {
+  const uint32_t start = p.cursor;
+  Field f = PLAYER;
+  const bool ok = p.getU8(player) && at(f, TEXT) && p.getString(text);
+  return finishRead(p, start, ok, f, missing);
 }
 
 void SngCommFrqMsg::write(SngPacket& packet) const {
@@ -286,9 +313,11 @@ void SngCommFrqMsg::write(SngPacket& packet) const {
   packet.putU16(channel);
 }
 
-bool SngCommFrqMsg::read(SngPacket& packet) {
-  return readWhole(packet, *this,
-                   [](SngPacket& p, SngCommFrqMsg& m) { return p.getU8(m.player) && p.getU16(m.channel); });
+bool SngCommFrqMsg::read(SngPacket& p, Field* missing) {
+  const uint32_t start = p.cursor;
+  Field f = PLAYER;
+  const bool ok = p.getU8(player) && at(f, CHANNEL) && p.getU16(channel);
+  return finishRead(p, start, ok, f, missing);
 }
 
 void SngVoiceMsg::write(SngPacket& packet) const {
@@ -298,13 +327,15 @@ void SngVoiceMsg::write(SngPacket& packet) const {
   packet.bytes.insert(packet.bytes.end(), data.begin(), data.end());
 }
 
-bool SngVoiceMsg::read(SngPacket& packet) {
-  return readWhole(packet, *this, [](SngPacket& p, SngVoiceMsg& m) {
-    if (!p.getU8(m.player) || !p.getU16(m.channel) || !p.getU16(m.num_packets)) return false;
-    m.data.assign(p.bytes.end() - static_cast<std::ptrdiff_t>(p.remaining()), p.bytes.end());
-    p.cursor = static_cast<uint32_t>(p.bytes.size());
-    return true;
-  });
+bool SngVoiceMsg::read(SngPacket& p, Field* missing) {
+  const uint32_t start = p.cursor;
+  Field f = PLAYER;
+  const bool ok =
+      p.getU8(player) && at(f, CHANNEL) && p.getU16(channel) && at(f, NUM_PACKETS) && p.getU16(num_packets);
+  if (!ok) return finishRead(p, start, ok, f, missing);
+  data.assign(p.bytes.end() - static_cast<std::ptrdiff_t>(p.remaining()), p.bytes.end());
+  p.cursor = static_cast<uint32_t>(p.bytes.size());
+  return true;
 }
 
 void SngTimeSyncMsg::write(SngPacket& packet) const {

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "session/SngPeer.h"
+#include "player/SngPeer.h"
 
 struct GgTriangle;
 class SngSrvPlayer;
@@ -22,6 +22,8 @@ class SngPlayerHost {
   // until the outermost pass ends.
   virtual bool isSeated(const SngSrvPlayer& player) const = 0;
   virtual void sendThermal(const SngPeer& peer, const SngSrvThermal& thermal) = 0;
+  // Whether a line caused by this connection's messages may still be written this minute.
+  virtual bool traceAllowed(const SngPeer& peer) = 0;
 
  protected:
   ~SngPlayerHost() = default;

@@ -1,16 +1,20 @@
-// Message bodies of the client protocol and the LAN scan reply as plain records. `write` appends the
+// Message bodies of the client protocol and the LAN scan reply as plain records: the only encoders and
+// decoders of these bytes, shared by the server, the test client and the fuzzers. `write` appends the
 // fields that follow the opcode (the caller puts the opcode first, or uses sngMessage); `read` takes
-// them from the cursor, which the dispatcher has already moved past the opcode. A `read` that meets
-// a missing field returns false, leaves the record as it was and puts the cursor back.
+// them from the cursor, which the dispatcher has already moved past the opcode. A `read` that meets a
+// missing field returns false and puts the cursor back; the records a client sends also name the
+// missing field and keep the fields read before it, so that the server can report exactly what was
+// wrong with a message.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
-#include "net/SngNet.h"
-#include "net/SngPacket.h"
+#include "wire/SngNet.h"
+#include "wire/SngPacket.h"
 #include "session/SngAircraftState.h"
+#include "session/SngLaunch.h"
 #include "session/SngTurnpoint.h"
 
 // A whole message: the opcode, then the body.
@@ -24,6 +28,8 @@ SngPacket sngMessage(uint8_t opcode, const Message& message) {
 
 // LOGIN (3).
 struct SngLoginMsg {
+  enum Field { VERSION, HW_ID, PILOT_NAME, NICK };
+
   uint8_t version_major = SngNet::PROTOCOL_VERSION_MAJOR;
   uint8_t version_minor = SngNet::PROTOCOL_VERSION_MINOR;
   uint32_t hw_id = 0;
@@ -31,38 +37,31 @@ struct SngLoginMsg {
   std::string nick;
 
   void write(SngPacket& packet) const;
-  bool read(SngPacket& packet);
+  bool read(SngPacket& packet, Field* missing = nullptr);
 };
 
-// The launch method and its block, shared by CONNECT and the aircraft announcements. Aerotow
-// carries `rope_length` and `towplane_id`; the winch carries `rope_length` (the cable),
-// `winch_id` and the winch's position and direction; other methods carry nothing more.
-struct SngLaunchBlock {
-  uint8_t launch_method = 0;
-  uint16_t rope_length = 0;  // m, rope or cable
-  std::string towplane_id;
-  std::string winch_id;
-  double winch_lat = 9999.0;  // degrees; 9999 when no winch was sent
-  double winch_lon = 9999.0;
-  double winch_alt = 0.0;  // m
-  uint16_t winch_dir = 0;  // degrees
-
-  void write(SngPacket& packet) const;
-  bool read(SngPacket& packet);
-};
+// The launch block shared by CONNECT and the aircraft announcements: the method, then for aerotow the
+// rope length and the towplane, for the winch the cable length, the winch ID, its position (32-bit
+// floats) and direction; other methods carry nothing more.
+enum class SngLaunchField { METHOD, ROPE_LENGTH, TOWPLANE_ID, WINCH_ID, WINCH_LAT, WINCH_LON, WINCH_ALT, WINCH_DIR };
+void sngPutLaunch(SngPacket& packet, const SngLaunch& launch);
+bool sngGetLaunch(SngPacket& packet, SngLaunch& launch, SngLaunchField* missing = nullptr);
 
 // CONNECT (1).
 struct SngConnectMsg {
+  enum Field { HW_ID, PLAYER, AIRCRAFT_ID, REGISTRATION, COMP_ID, LAUNCH, TASK };
+
   uint32_t hw_id = 0;
   uint8_t player = 0;
   std::string aircraft_id;
   std::string registration;
   std::string comp_id;
-  SngLaunchBlock launch;
+  SngLaunch launch;
   std::vector<SngTurnpoint> task;
 
   void write(SngPacket& packet) const;
-  bool read(SngPacket& packet);
+  // A missing field of the launch block is LAUNCH, and launch_missing says which.
+  bool read(SngPacket& packet, Field* missing = nullptr, SngLaunchField* launch_missing = nullptr);
 };
 
 struct SngWindLayerMsg {
@@ -112,7 +111,7 @@ struct SngAircraftMsg {
   std::string nick;
   std::string registration;
   std::string comp_id;
-  SngLaunchBlock launch;
+  SngLaunch launch;
   std::vector<SngTurnpoint> task;
 
   void write(SngPacket& packet) const;
@@ -167,49 +166,60 @@ struct SngResultOkMsg {
 // LOGOUT (4) and PLAYER_LEFT (8); also the part of AIRCRAFT_CRASH (14) and AIRCRAFT_INACTIVE (17)
 // that is read.
 struct SngPlayerMsg {
+  enum Field { PLAYER };
+
   uint8_t player = 0;
 
   void write(SngPacket& packet) const;
-  bool read(SngPacket& packet);
+  bool read(SngPacket& packet, Field* missing = nullptr);
 };
 
 // AIRCRAFT_STATE (7) and EXTRA_AIRCRAFT_STATE (16).
+// A body cut short is missing whole: a state with made-up fields is never taken.
 struct SngStateMsg {
+  enum Field { PLAYER, BODY };
+
   uint8_t player = 0;
   SngAircraftState state;
 
   void write(SngPacket& packet) const;
-  bool read(SngPacket& packet);
+  bool read(SngPacket& packet, Field* missing = nullptr);
 };
 
 // CHAT_MSG (11), from a client and as relayed.
 struct SngChatMsg {
+  enum Field { PLAYER, TEXT };
+
   uint8_t player = 0;
   std::string text;
 
   void write(SngPacket& packet) const;
-  bool read(SngPacket& packet);
+  bool read(SngPacket& packet, Field* missing = nullptr);
 };
 
 // COMM_FRQ (19).
 struct SngCommFrqMsg {
+  enum Field { PLAYER, CHANNEL };
+
   uint8_t player = 0;
   uint16_t channel = 0;
 
   void write(SngPacket& packet) const;
-  bool read(SngPacket& packet);
+  bool read(SngPacket& packet, Field* missing = nullptr);
 };
 
 // VOICE_CHAT (18): the header, then the clients' encoded voice to the end of the message, which
 // `read` takes whole (it may be empty).
 struct SngVoiceMsg {
+  enum Field { PLAYER, CHANNEL, NUM_PACKETS };
+
   uint8_t player = 0;
   uint16_t channel = 0;
   uint16_t num_packets = 0;
   std::vector<uint8_t> data;
 
   void write(SngPacket& packet) const;
-  bool read(SngPacket& packet);
+  bool read(SngPacket& packet, Field* missing = nullptr);
 };
 
 // TIME_SYNC (12).

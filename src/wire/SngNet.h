@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "session/SngLaunch.h"
+
 namespace SngNet {
 
 // Opcodes. 2 and 5 are never sent and have no meaning.
@@ -47,8 +49,8 @@ constexpr uint8_t UNRELIABLE_CHANNEL = 1;
 constexpr size_t CHANNEL_COUNT = 2;
 
 // Launch methods of CONNECT and of the aircraft announcements; any other value has no launch block.
-constexpr uint8_t LAUNCH_AEROTOW = 1;
-constexpr uint8_t LAUNCH_WINCH = 2;
+constexpr uint8_t LAUNCH_AEROTOW = SngLaunch::AEROTOW;
+constexpr uint8_t LAUNCH_WINCH = SngLaunch::WINCH;
 
 // AIRCRAFT_STATE and EXTRA_AIRCRAFT_STATE: opcode, player ID, then the state body.
 constexpr size_t AIRCRAFT_STATE_BODY_SIZE = 59;                               // bytes

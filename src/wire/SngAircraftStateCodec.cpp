@@ -1,4 +1,4 @@
-#include "net/SngAircraftStateCodec.h"
+#include "wire/SngAircraftStateCodec.h"
 
 #include <algorithm>
 #include <array>

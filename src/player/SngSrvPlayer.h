@@ -8,9 +8,10 @@
 #include <string>
 #include <vector>
 
+#include "player/SngPeer.h"
+#include "player/SngPlayerHost.h"
 #include "session/SngAircraftState.h"
-#include "session/SngPeer.h"
-#include "session/SngPlayerHost.h"
+#include "session/SngLaunch.h"
 #include "session/SngTaskProgress.h"
 #include "session/SngTrackPoint.h"
 #include "terrain/GgTriangle.h"
@@ -22,6 +23,9 @@ class SngSrvPlayer {
   static constexpr float kLoginIdleSeconds = 300.0f;  // a returning client's time to send its next message
   static constexpr double kThermalReachMps = 300.0 / 3.6;  // thermals farther than 300 km/h of life are dropped
   static constexpr float kTrackIntervalSeconds = 2.0f;
+  // The track grows with the client's own clock, which a client may run as fast as it likes: beyond
+  // this (14 hours at one point per 2 s) nothing more is recorded or scored for the player.
+  static constexpr size_t kMaxTrackPoints = 14 * 3600 / 2;
   static constexpr double kGroundSpeedKmh = 3.0;  // below this and ...
   static constexpr double kGroundHeightM = 2.0;   // ... this close to the terrain: on the ground
 
@@ -45,8 +49,6 @@ class SngSrvPlayer {
   uint16_t comm_channel = 218;
   GgTriangle ground;
   std::string aircraft_id = "Unknown Aircraft";
-  std::string towplane_id;
-  std::string winch_id;
   std::string registration = "XX-XXX";
   std::string name = "Unknown Pilot";
   std::string comp_id = "XX";
@@ -64,14 +66,10 @@ class SngSrvPlayer {
   bool idle = false;
   bool crashed = false;
   bool on_ground = false;
-  bool launching = false;
+  bool launching = false;   // an aerotow or winch launch is not over yet
   bool finish_reported = false;
-  uint8_t launch_method = 0;  // 1 aerotow, 2 winch
-  uint16_t rope_length = 0;   // m
-  float winch_lat = 9999.0f;  // degrees
-  float winch_lon = 9999.0f;
-  float winch_alt = 0.0f;     // m
-  uint16_t winch_dir = 0;
+  bool track_full = false;  // kMaxTrackPoints reached
+  SngLaunch launch;
   uint32_t client_version_major = 0;
   uint32_t client_version_minor = 0;
 

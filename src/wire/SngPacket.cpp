@@ -1,4 +1,4 @@
-#include "net/SngPacket.h"
+#include "wire/SngPacket.h"
 
 #include "toolkit/BtkBytes.h"
 

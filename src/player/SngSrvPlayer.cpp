@@ -1,4 +1,4 @@
-#include "session/SngSrvPlayer.h"
+#include "player/SngSrvPlayer.h"
 
 #include <cmath>
 
@@ -26,7 +26,8 @@ bool SngSrvPlayer::updateState(const SngAircraftState& newState) {
   // The lookup runs a nested server pass when it finds a tile; on a miss `ground` keeps the last answer.
   server->findTerrainTriangle(state.lat, state.lon, ground);
   if (!server->isSeated(*this)) return false;
-  if (prev_state.time >= 0.0) {
+  // A repeated time gives no speed at all: the previous speed, course and ground test stand.
+  if (prev_state.time >= 0.0 && state.time != prev_state.time) {
     updateGroundSpeedAndCourse();
     updateOnGround();
   }
@@ -40,21 +41,27 @@ void SngSrvPlayer::updateGroundSpeedAndCourse() {
   const BtkCourseDistance cd = calcCourseDistance(btkRadians(prev_state.lat), btkRadians(prev_state.lon),
                                                   btkRadians(state.lat), btkRadians(state.lon));
   course = 360.0 - btkDegrees(cd.course);
-  // Two states with the same time give an infinite or undefined speed; neither may decide the ground test.
-  const double dt = state.time - prev_state.time;
-  ground_speed = dt != 0.0 ? cd.distance / dt : 0.0;
+  ground_speed = cd.distance / (state.time - prev_state.time);
 }
 
 void SngSrvPlayer::updateOnGround() {
   const bool now = ground_speed * 3.6 < kGroundSpeedKmh && state.alt - ground.height < kGroundHeightM;
   if (now == on_ground) return;
   on_ground = now;
-  btkLogger.log(BTK_DEBUG, "%s: on_ground = %s", nick.c_str(), now ? "true" : "false");
+  if (server->traceAllowed(peer)) btkLogger.log(BTK_DEBUG, "%s: on_ground = %s", nick.c_str(), now ? "true" : "false");
 }
 
 bool SngSrvPlayer::recordTrackPoint() {
   const float t = static_cast<float>(state.time);
   if (!track.empty() && t - track.back().time < kTrackIntervalSeconds) return false;
+  if (track.size() >= kMaxTrackPoints) {
+    if (!track_full) {
+      btkLogger.log(BTK_WARNING, "Player %u (%s): track full at %zu points, no longer recorded or scored", player_id,
+                    nick.c_str(), track.size());
+    }
+    track_full = true;
+    return false;
+  }
   SngTrackPoint point;
   point.time = std::trunc(t);
   point.lat = state.lat;
@@ -71,6 +78,7 @@ void SngSrvPlayer::evaluateTask() {
   // In competition mode nothing counts before the gate opens, not even arming the start.
   if (server->competitionMode() && !(server->simTime() > static_cast<float>(server->startGateOpenTime()))) return;
   task.evaluate(static_cast<double>(static_cast<float>(state.time)), track, server->startGateOpenTime());
+  if (!server->traceAllowed(peer)) return;
   btkLogger.log(BTK_DEBUG, "Task update: %s: d = %.4f km, t = %.4f, start = %.4f, avg = %.4f km/h, next = %s",
                 nick.c_str(), task.distance / 1000.0, task.task_time, task.start_time, task.avg_speed,
                 task.currentTurnpointName().c_str());
