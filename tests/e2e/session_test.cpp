@@ -42,7 +42,7 @@ TEST_F(Session, AJoinerGetsInfoOkAndTheLiveAircraftWithTheirLaunchAndTheOthersHe
   ASSERT_TRUE(alice->waitFor(SngNet::AIRCRAFT_STATE, 5s));
   auto late = joinClient(0xD, "late", l);
   const auto released = late->waitFor(aircraftOf(SngNet::EXISTING_AIRCRAFT, "towed"), 5s);
-  EXPECT_TRUE(released && qvDecode<SngAircraftMsg>(*released)->launch.launch_method == 0);
+  EXPECT_TRUE(released && qvDecode<SngAircraftMsg>(*released)->launch.method == 0);
 }
 
 using Cast = std::vector<std::unique_ptr<QvClient>>;

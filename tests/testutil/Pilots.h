@@ -23,7 +23,7 @@ inline SngConnectMsg joinMessage(uint32_t hwId, uint8_t playerId, uint8_t launch
   msg.aircraft_id = "ASK21";
   msg.registration = "D-" + std::to_string(hwId);
   msg.comp_id = "C" + std::to_string(playerId);
-  msg.launch.launch_method = launchMethod;
+  msg.launch.method = launchMethod;
   if (launchMethod == SngNet::LAUNCH_AEROTOW) {
     msg.launch.rope_length = 60;
     msg.launch.towplane_id = "pawnee";

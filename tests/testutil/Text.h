@@ -1,5 +1,4 @@
-// Text helpers for tests that read logs and captured output. Apart from Files.h so that a test file
-// with its own countOf keeps compiling until it moves to this one.
+// Text helpers for tests that read logs and captured output.
 #pragma once
 
 #include <string>

@@ -16,6 +16,7 @@
 #include "testutil/Files.h"
 #include "testutil/Ports.h"
 #include "testutil/Scenery.h"
+#include "testutil/Text.h"
 #include "testutil/TempDir.h"
 #include "toolkit/BtkClock.h"
 #include "toolkit/BtkExit.h"
@@ -91,11 +92,6 @@ class ProtocolFixture : public ::testing::Test {
     for (int i = 0; i < 1000 && net->pending() > 0; ++i) pass();
   }
 
-  static size_t countOf(const std::string& text, const std::string& needle) {
-    size_t count = 0;
-    for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1)) ++count;
-    return count;
-  }
   static std::vector<uint8_t> loginBytes(uint32_t hwId, const std::string& nick, uint8_t major = 1,
                                          uint8_t minor = 8) {
     SngLoginMsg login;

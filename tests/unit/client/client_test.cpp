@@ -175,7 +175,7 @@ TEST_F(ClientRun, JoinsWithTheServersTaskChatsAndFliesFromTheFirstTurnpointAtThe
   ASSERT_TRUE(pollUntil([&] { return server.disconnects == 1; }));
   const auto connect = qvDecode<SngConnectMsg>(server.received(SngNet::CONNECT).at(0));
   EXPECT_TRUE(connect && connect->player == 3 && connect->task.size() == 2 &&
-              connect->launch.launch_method == SngNet::LAUNCH_AEROTOW);
+              connect->launch.method == SngNet::LAUNCH_AEROTOW);
   EXPECT_EQ(server.received(SngNet::CHAT_MSG).at(0).bytes,
             (Bytes{SngNet::CHAT_MSG, 3, 'h', 'e', 'l', 'l', 'o', 0}));
   for (uint8_t opcode : {SngNet::LOGIN, SngNet::CONNECT, SngNet::CHAT_MSG, SngNet::LOGOUT}) {
