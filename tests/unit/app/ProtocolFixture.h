@@ -2,6 +2,9 @@
 // connections and messages, run passes with an injected clock, and read what the server sent.
 #pragma once
 
+// Messages are written as designated initialisers; the fields they leave out keep their defaults.
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -94,28 +97,15 @@ class ProtocolFixture : public ::testing::Test {
 
   static std::vector<uint8_t> loginBytes(uint32_t hwId, const std::string& nick, uint8_t major = 1,
                                          uint8_t minor = 8) {
-    SngLoginMsg login;
-    login.version_major = major;
-    login.version_minor = minor;
-    login.hw_id = hwId;
-    login.pilot_name = "Pilot " + nick;
-    login.nick = nick;
-    return sngMessage(SngNet::LOGIN, login).bytes;
+    return sngMessage(SngNet::LOGIN, SngLoginMsg{major, minor, hwId, "Pilot " + nick, nick}).bytes;
   }
   static std::vector<uint8_t> playerBytes(uint8_t opcode, uint8_t id) {
-    SngPlayerMsg msg;
-    msg.player = id;
-    return sngMessage(opcode, msg).bytes;
+    return sngMessage(opcode, SngPlayerMsg{.player = id}).bytes;
   }
   static std::vector<uint8_t> stateBytes(uint8_t id, double time, double lat = 46.03, double lon = 7.03,
                                          double alt = 1000.0, uint8_t opcode = SngNet::AIRCRAFT_STATE) {
-    SngStateMsg msg;
-    msg.player = id;
-    msg.state.time = time;
-    msg.state.lat = lat;
-    msg.state.lon = lon;
-    msg.state.alt = alt;
-    return sngMessage(opcode, msg).bytes;
+    return sngMessage(opcode, SngStateMsg{.player = id, .state = {.time = time, .lat = lat, .lon = lon, .alt = alt}})
+        .bytes;
   }
 
   // Connects from 127.0.0.d and logs in; handles both events. Returns the connection.
