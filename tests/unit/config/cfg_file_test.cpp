@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <regex>
 #include <sstream>
 
 #include "config/BtkCfgFile.h"
@@ -13,57 +13,47 @@ using testing::HasSubstr;
 
 namespace {
 
-template <class T>
-std::string joined(const std::vector<T>& values) {
+template <class Range>
+std::string joined(const Range& values) {
   std::ostringstream out;
-  for (size_t i = 0; i < values.size(); ++i) out << (i ? "|" : "") << values[i];
+  const char* separator = "";
+  for (const auto& value : values) out << std::exchange(separator, "|") << value;
   return out.str();
 }
 
-std::string withDir(std::string text, const std::string& dir) {  // "@" stands for the test's directory
-  for (size_t at = text.find('@'); at != std::string::npos; at = text.find('@', at + dir.size()))
-    text.replace(at, 1, dir);
-  return text;
+std::string withDir(const std::string& text, const std::string& dir) {  // "@": the test's directory
+  return std::regex_replace(text, std::regex("@"), dir);
 }
 
 // The key stands at the line start or after a blank, at its first occurrence, and a blank follows it;
 // the value starts after the first "=". Numbers read as atoi (saturated) and strtod in the "C" locale.
 TEST(CfgValues, MatchersTakeTheValueAfterTheFirstEqualsSign) {
-  const std::vector<std::pair<std::string, std::string>> cases = {
-      // line, then bool|int|double|string
-      {"k = TRUE", "1|0|0|TRUE"},
-      {"k = False # no engine", "0|0|0|False"},
-      {"k = truest", "-|0|0|truest"},
-      {"k =  \t ", "-|-|-|-"},
-      {"k true", "-|-|-|-"},
-      {"k= 1", "-|-|-|-"},
-      {" \tk\t= 30000.5", "-|30000|30000.5|30000.5"},
-      {"x=7 k = 9", "-|7|7|7 k = 9"},
+  // clang-format off
+  const std::vector<std::pair<std::string, std::string>> cases = {  // line, then bool|int|double|string
+      {"k = TRUE", "1|0|0|TRUE"}, {"k = False # no engine", "0|0|0|False"}, {"k = truest", "-|0|0|truest"},
+      {"k =  \t ", "-|-|-|-"}, {"k true", "-|-|-|-"}, {"k= 1", "-|-|-|-"},
+      {" \tk\t= 30000.5", "-|30000|30000.5|30000.5"}, {"x=7 k = 9", "-|7|7|7 k = 9"},
       {"k = 99999999999999999999", "-|2147483647|1e+20|99999999999999999999"},
       {"k = -99999999999999999999", "-|-2147483648|-1e+20|-99999999999999999999"},
-      {"k = -.25km", "-|0|-0.25|-.25km"},
-      {"k = 2,5", "-|2|2|2,5"},
+      {"k = -.25km", "-|0|-0.25|-.25km"}, {"k = 2,5", "-|2|2|2,5"},
       {"k = 1e999", "-|1|0|1e999"},  // not a double: 0, never infinity
-      {"k = Ridge Runner \t  # the hill", "-|0|0|Ridge Runner"},
-      {"k = # nothing", "-|0|0|"},
+      {"k = Ridge Runner \t  # the hill", "-|0|0|Ridge Runner"}, {"k = # nothing", "-|0|0|"},
       {"airk = 1 k = 2", "-|-|-|-"},  // the first occurrence decides
       {"mp_server_name = Go k racer", "-|0|0|Go k racer"},
   };
+  // clang-format on
   for (const auto& [line, want] : cases) {
-    bool b = false;
-    int i = 0;
-    double d = 0;
-    std::string s;
-    std::vector<std::string> got(4, "-");
-    if (BtkCfgFile::getBool(line.c_str(), "k", b)) got[0] = std::to_string(b);
-    if (BtkCfgFile::getInt(line.c_str(), "k", i)) got[1] = std::to_string(i);
-    if (BtkCfgFile::getDouble(line.c_str(), "k", d)) got[2] = joined(std::vector{d});
-    if (BtkCfgFile::getString(line.c_str(), "k", s)) got[3] = s;
+    auto read = [&line](auto getter, auto value) -> std::string {
+      return getter(line.c_str(), "k", value) ? joined(std::vector{value}) : "-";
+    };
+    const auto got = {read(BtkCfgFile::getBool, false), read(BtkCfgFile::getInt, 0),
+                      read(BtkCfgFile::getDouble, 0.0), read(BtkCfgFile::getString, std::string())};
     EXPECT_EQ(joined(got), want) << line;
   }
 }
 
 TEST(CfgArrays, ContinueOverLinesAndStopAtBadTextWithoutEatingTheNextLine) {
+  // clang-format off
   struct Case {
     const char *text, kind, *values, *next, *message;  // kind i, d or s; values "!" when the matcher fails
   } const cases[] = {
@@ -73,25 +63,27 @@ TEST(CfgArrays, ContinueOverLinesAndStopAtBadTextWithoutEatingTheNextLine) {
       {"v = [1 2]\n", 'i', "1|2", "<end>", ""},
       {"v = [ \"ASW 20\" LS4 \"\" x#y ]\n", 's', "ASW 20|LS4||x#y", "<end>", ""},
       {"v = [ a b]\n c ]\nafter\n", 's', "a|b]|c", "after", ""},  // "b]" is one token
-      {"v = [ 1 2\n# only a comment follows\n", 'i', "!", "<end>",
-       "missing end tag for int array in config file\n"},
+      {"v = [ 1 2\n# only a comment\n", 'i', "!", "<end>", "missing end tag for int array in config file\n"},
       {"v = [ \"open quote ]\nafter\n", 's', "!", "after", "unterminated quotation mark"},
       {"v = [ 1 x 2 ]\nafter\n", 'i', "!", "after", "bad value \"x\""},
       {"v = [\n    \n 1 ]\n", 'i', "!", " 1 ]", ""},  // a continuation line of blanks ends the list
   };
+  // clang-format on
   TempDir tmp;
   for (const Case& c : cases) {
     writeText(tmp.path("a.cfg"), c.text);
     BtkCfgFile cfg(tmp.path("a.cfg"));
     char line[BtkCfgFile::kLineSize];
     ASSERT_TRUE(cfg.readLine(line, sizeof line));
-    std::vector<int> ints{9};  // emptied and refilled
-    std::vector<double> doubles{9};
-    std::vector<std::string> strings{"9"};
+    auto read = [&](auto getter, auto values) -> std::string {  // values hold a 9: emptied and refilled
+      return (cfg.*getter)(line, "v", values) ? joined(values) : "!";
+    };
     testing::internal::CaptureStderr();
-    std::string got = c.kind == 'i'   ? (cfg.getIntArray(line, "v", ints) ? joined(ints) : "!")
-                      : c.kind == 'd' ? (cfg.getDoubleArray(line, "v", doubles) ? joined(doubles) : "!")
-                                      : (cfg.getStringArray(line, "v", strings) ? joined(strings) : "!");
+    // clang-format off
+    const auto got = c.kind == 'i'   ? read(&BtkCfgFile::getIntArray, std::vector{9})
+                     : c.kind == 'd' ? read(&BtkCfgFile::getDoubleArray, std::vector{9.0})
+                                     : read(&BtkCfgFile::getStringArray, std::vector<std::string>{"9"});
+    // clang-format on
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(c.message)) << c.text;
     EXPECT_EQ(got, c.values) << c.text;
     EXPECT_EQ(cfg.readLine(line, sizeof line) ? line : "<end>", std::string(c.next)) << c.text;
@@ -101,6 +93,7 @@ TEST(CfgArrays, ContinueOverLinesAndStopAtBadTextWithoutEatingTheNextLine) {
 // The case's main.cfg is read, "@" in texts standing for the directory it lies in.
 TEST(CfgReadLine, LogicalLinesFollowIncludesAndStopAtTheFirstFailure) {
   const std::string self = joined(std::vector<std::string>(BtkCfgFile::kMaxIncludeDepth + 1, "line"));
+  // clang-format off
   struct Case {
     std::string text, lines, message;
     std::vector<std::pair<std::string, std::string>> included = {};
@@ -111,19 +104,13 @@ TEST(CfgReadLine, LogicalLinesFollowIncludesAndStopAtTheFirstFailure) {
        std::string(4095, 'a') + "|" + std::string(600, 'y') + "|ok",
        "@/main.cfg line 1: longer than 4095 characters"},
       // A stray CR stays text; a NUL ends the line's text; a line starting with NUL reads as empty.
-      {"\x01\xff{[\"\r\r\n"s + "ab\0cd = 3\n"s + "\0hidden\n"s + "key = 2\n", "\x01\xff{[\"\r|ab|key = 2",
-       ""},
+      {"\x01\xff{[\"\r\r\nab\0cd = 3\n\0hidden\nkey = 2\n"s, "\x01\xff{[\"\r|ab|key = 2", ""},
       // Relative names are taken from the top file's directory at every depth.
-      {"a = 1\ninclude = parts/one.cfg\nd = 4\n",
-       "a = 1|b = 2|c = 3|d = 4",
-       "include path = @/two.cfg\n",
-       {{"parts/one.cfg", "# part\nb = 2\ninclude = two.cfg\ninclude = none.cfg\n"},
-        {"two.cfg", "c = 3"},
+      {"a = 1\ninclude = parts/one.cfg\nd = 4\n", "a = 1|b = 2|c = 3|d = 4", "include path = @/two.cfg\n",
+       {{"parts/one.cfg", "# part\nb = 2\ninclude = two.cfg\ninclude = none.cfg\n"}, {"two.cfg", "c = 3"},
         {"none.cfg", "# nothing but a comment\n"}}},
       // An indented "#" does not make a comment: the line is an include directive.
-      {"include = in.cfg\nz = 3\n",
-       "x = 1|y = 2|z = 3",
-       "",
+      {"include = in.cfg\nz = 3\n", "x = 1|y = 2|z = 3", "",
        {{"in.cfg", "  # include = @/abs/x.cfg\ny = 2\n"}, {"abs/x.cfg", "x = 1"}}},
       {"a = 1\ninclude = missing.cfg\nb = 2\n", "a = 1", "BtkCfgFile: include: @/missing.cfg failed!\n"},
       {"a = 1\ninclude =   \nb = 2\n", "a = 1", "BtkCfgFile: include: missing filename!\n"},
@@ -133,6 +120,7 @@ TEST(CfgReadLine, LogicalLinesFollowIncludesAndStopAtTheFirstFailure) {
       // Regression: a file including itself opened files until the process ran out of descriptors.
       {"line\ninclude = main.cfg\n", self, "BtkCfgFile: include: @/main.cfg nested too deep!\n"},
   };
+  // clang-format on
   for (const Case& c : cases) {
     TempDir tmp;
     ASSERT_EQ(mkfifo(tmp.path("fifo").c_str(), 0600), 0);
@@ -144,9 +132,9 @@ TEST(CfgReadLine, LogicalLinesFollowIncludesAndStopAtTheFirstFailure) {
     testing::internal::CaptureStderr();
     while (cfg.readLine(buf.data(), buf.size())) lines.emplace_back(buf.data());
     EXPECT_FALSE(cfg.readLine(buf.data(), buf.size()));  // once false, always false
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(withDir(c.message, tmp.root())))
-        << c.text.substr(0, 80);
-    EXPECT_EQ(joined(lines), c.lines) << c.text.substr(0, 80);
+    SCOPED_TRACE(c.text.substr(0, 80));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(withDir(c.message, tmp.root())));
+    EXPECT_EQ(joined(lines), c.lines);
   }
 }
 

@@ -137,9 +137,8 @@ inline void expectScoring(const ScoringCase& c) {
   EXPECT_EQ(live.log, once.log);
   for (const SngTaskProgress* t : {&live.task, &once.task}) {
     if (t == &once.task && c.liveOnly) continue;
-    EXPECT_EQ(t->curr_tp, c.currTp);
-    EXPECT_EQ(t->statusCode(), c.status);
-    EXPECT_EQ(t->achieved.size(), c.achieved);
+    EXPECT_EQ(std::tuple(t->curr_tp, int{t->statusCode()}, t->achieved.size()),
+              std::tuple(c.currTp, c.status, c.achieved));
     EXPECT_NEAR(t->start_time, c.start, 1e-6);
     EXPECT_NEAR(t->task_time, c.taskTime, 1e-6);
     EXPECT_NEAR(t->finish_time, c.finish, 1e-6);

@@ -4,9 +4,7 @@
 
 #include "TerrainTestSupport.h"
 #include "terrain/GgCounters.h"
-#include "terrain/GgDataReader.h"
 #include "terrain/GgTile.h"
-#include "testutil/Poll.h"
 #include "toolkit/BtkClock.h"
 
 namespace {
@@ -125,12 +123,11 @@ TEST(AnalyticScenery, MidLinesAndBlockEdgesGoSouthAndWest) {
   const GgTerrain* sw = group->block(0);
   // The block's middle, as the reader has it.
   const double midLat = sw->rowLatitude(2 * sw->cols), midLon = sw->colLongitude(2);
-  const struct {
-    double lat, lon;
-    int block, cellRow, cellCol;
-  } cases[] = {{midLat, midLon, 0, 1, 1},         {midLat, 7.023, 0, 1, 2},
-               {sw->maxLat, 7.013, 0, 3, 1},      {46.027, sw->maxLon, 0, 2, 3},
-               {sw->maxLat, sw->maxLon, 0, 3, 3}, {sw->maxLat + 1e-9, 7.013, 2, 0, 1}};
+  // clang-format off
+  const struct { double lat, lon; int block, cellRow, cellCol; } cases[] = {
+      {midLat, midLon, 0, 1, 1}, {midLat, 7.023, 0, 1, 2}, {sw->maxLat, 7.013, 0, 3, 1},
+      {46.027, sw->maxLon, 0, 2, 3}, {sw->maxLat, sw->maxLon, 0, 3, 3}, {sw->maxLat + 1e-9, 7.013, 2, 0, 1}};
+  // clang-format on
   for (const auto& c : cases) {
     GgTinTile* tile = group->getTile(c.lat, c.lon, 10.0, 0);
     ASSERT_NE(tile, nullptr);
@@ -187,15 +184,15 @@ TEST_F(TileCache, TilesAddTheirBytesAndGiveEveryByteBack) {
 // Cleanup runs at most every 20 s and only above half of maxMemSize; it frees tiles unused for more
 // than 300 s, or 150 s above maxMemSize, that no triangle holds. A query counts as a use.
 TEST_F(TileCache, CleanupFreesTilesByAgeMemoryAndUse) {
-  const struct {
-    int32_t memory;
-    int queryAt, earlierRunAt, runAt;  // seconds after loading; 0 for none
-    bool held, freed;
-  } cases[] = {{10000000, 0, 0, 400, false, false}, {20000000, 0, 0, 300, false, false},
-               {20000000, 0, 0, 301, false, true},  {20000000, 250, 0, 351, false, false},
-               {20000000, 0, 0, 400, true, false},  {31000000, 0, 0, 150, false, false},
-               {31000000, 0, 0, 151, false, true},  {31000000, 0, 140, 155, false, false},
-               {31000000, 0, 140, 161, false, true}};
+  // clang-format off
+  // Times in seconds after loading; 0 for none.
+  const struct { int32_t memory; int queryAt, earlierRunAt, runAt; bool held, freed; } cases[] = {
+      {10000000, 0, 0, 400, false, false}, {20000000, 0, 0, 300, false, false},
+      {20000000, 0, 0, 301, false, true}, {20000000, 250, 0, 351, false, false},
+      {20000000, 0, 0, 400, true, false}, {31000000, 0, 0, 150, false, false},
+      {31000000, 0, 0, 151, false, true}, {31000000, 0, 140, 155, false, false},
+      {31000000, 0, 140, 161, false, true}};
+  // clang-format on
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.memory << " bytes, run at " << c.runAt << " s");
     BtkRef<GgTerrainGroup> group = loadScenery(dir_.path("s"));
@@ -217,24 +214,6 @@ TEST_F(TileCache, CleanupFreesTilesByAgeMemoryAndUse) {
     EXPECT_EQ(ggTinTileCount(), c.freed ? tins - 1 : tins);
     ggAddMemSize(-ballast);
   }
-}
-
-TEST_F(TileCache, RequestExecutedByTheReaderThreadIsTakenOver) {
-  BtkRef<GgTerrainGroup> group = loadScenery(dir_.path("s"));
-  GgDataReader* reader = group->block(0)->reader();
-  GgTinTile* tile = group->block(0)->root()->findTile(46.025, 7.015);  // made and queued, not loaded
-  ASSERT_NE(tile, nullptr);
-  const double viewer[3] = {0.0, 0.0, 0.0};
-  reader->submit(viewer, 1);  // as a renderer would once per frame; the thread then reads the header
-  ASSERT_TRUE(pollUntil([&] { return reader->numFinished(GgDataRequest::kTile) == 1; }));
-  EXPECT_EQ(tile->numLevels(), 3);
-  EXPECT_EQ(tile->loaded_level, -1);
-  group->block(0)->requestTile(tile, 150.0);  // nearest to level 2 (139 m)
-  EXPECT_EQ(reader->numFinished(GgDataRequest::kTile), 0u);
-  EXPECT_EQ(tile->loaded_level, 2);
-  GgTriangle t;
-  ASSERT_TRUE(tile->findTriangle(46.025, 7.015, t));
-  EXPECT_NEAR(t.height, 420.0, 1e-9);
 }
 
 }  // namespace

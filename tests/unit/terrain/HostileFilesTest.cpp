@@ -82,45 +82,37 @@ TEST_P(HostileFiles, FailOnlyTheirBlockOrTileWithTheirMessage) {
 }
 
 const uint64_t kNaNFloat = 0x7fc00000, kNaNDouble = 0x7ff8000000000000;
-INSTANTIATE_TEST_SUITE_P(
-    Terrain, HostileFiles,
-    testing::Values(
-        Damage{"GridMissing", ".grd", kRemove, "", kBlockFails, "couldn't open Grid file: @.grd"},
-        Damage{"GridMagic", ".grd", 3, "Y", kBlockFails, "Invalid magic in file header!"},
-        Damage{"GridTooManyPoints", ".grd", 40, little(100000, 4), kBlockFails,
-               "@.grd ends inside its grid points"},
-        Damage{"GridHuge", ".grd", 40, little(0x7ffffff0, 4), kBlockFails,
-               "the grid has more than 2^30 points"},
-        Damage{"GridNoCells", ".grd", 44, little(0xffffffff, 4), kBlockFails, "the grid has no cells"},
-        Damage{"GridDeep", ".grd", 48, little(1000000, 4), kBlockFails, "the quadtree depth is not 1 to 32"},
-        Damage{"GridNaNStep", ".grd", 24, little(kNaNDouble, 8), kBlockFails,
-               "place or step is not a number"},
-        Damage{"GridNaNHeight", ".grd", 116 + 12 * 7, little(kNaNFloat, 4), kBlockFails,
-               "grid point 7 of @.grd is not a number"},
-        Damage{"GridShallowTree", ".grd", 48, little(1, 4), kNoTin,
-               "does not split into single cells in 1 levels"},
-        Damage{"IndexMissing", ".idx", kRemove, "", kNoTin, "couldn't find index file: @.idx"},
-        Damage{"TinMissing", ".tin", kRemove, "", kNoTin, "couldn't find TIN file: @.tin"},
-        Damage{"TileOffset", ".idx", 0, little(0xfffffff0, 4), kTileFails,
-               "GgDataReader: bad tile (0, 0) in @.tin: its offset is past the end of the file"},
-        Damage{"TileNoLevels", ".tin", 0, little(0, 1), kTileFails, "the tile has no levels"},
-        Damage{"TileNaNResolution", ".tin", 1, little(kNaNFloat, 4), kTileFails,
-               "a level resolution is not a number"},
-        Damage{"TileVertexCount", ".tin", 9, little(0xfffffff0, 4), kTileFails,
-               "the vertex count is larger than"},
-        Damage{"TilePrimitives", ".tin", 69, little(0xffff, 2), kTileFails,
-               "an index group counts more primitives"},
-        Damage{"TileIndices", ".tin", 71, little(0xffff, 2), kTileFails,
-               "a primitive counts more indices than"},
-        Damage{"TileIndexPastVertices", ".tin", 77, little(9, 2), kTileFails,
-               "a vertex index is past the level's"},
-        // Level 0's only primitive is dropped; the reading goes on and the finer level answers.
-        Damage{"TilePrimitiveType", ".tin", 73, little(9, 2), kLoads,
-               "[error]: GgLevel: Illegal graphics primitive"},
-        // A line longer than 255 characters ends the reading before the path.
-        Damage{"TextureLongLine", ".tex", kReplace, std::string(300, 'x') + "\npath = t\nsize = 64\n", kLoads,
-               "error: missing texture path!"}),
-    [](const auto& info) { return std::string(info.param.name); });
+// clang-format off
+const Damage kDamages[] = {
+    {"GridMissing", ".grd", kRemove, "", kBlockFails, "couldn't open Grid file: @.grd"},
+    {"GridMagic", ".grd", 3, "Y", kBlockFails, "Invalid magic in file header!"},
+    {"GridTooManyPoints", ".grd", 40, little(100000, 4), kBlockFails, "@.grd ends inside its grid points"},
+    {"GridHuge", ".grd", 40, little(0x7ffffff0, 4), kBlockFails, "the grid has more than 2^30 points"},
+    {"GridNoCells", ".grd", 44, little(0xffffffff, 4), kBlockFails, "the grid has no cells"},
+    {"GridDeep", ".grd", 48, little(1000000, 4), kBlockFails, "the quadtree depth is not 1 to 32"},
+    {"GridNaNStep", ".grd", 24, little(kNaNDouble, 8), kBlockFails, "place or step is not a number"},
+    {"GridNaNHeight", ".grd", 116 + 12 * 7, little(kNaNFloat, 4), kBlockFails,
+     "grid point 7 of @.grd is not a number"},
+    {"GridShallowTree", ".grd", 48, little(1, 4), kNoTin, "does not split into single cells in 1 levels"},
+    {"IndexMissing", ".idx", kRemove, "", kNoTin, "couldn't find index file: @.idx"},
+    {"TinMissing", ".tin", kRemove, "", kNoTin, "couldn't find TIN file: @.tin"},
+    {"TileOffset", ".idx", 0, little(0xfffffff0, 4), kTileFails,
+     "GgDataReader: bad tile (0, 0) in @.tin: its offset is past the end of the file"},
+    {"TileNoLevels", ".tin", 0, little(0, 1), kTileFails, "the tile has no levels"},
+    {"TileNaNResolution", ".tin", 1, little(kNaNFloat, 4), kTileFails, "a level resolution is not a number"},
+    {"TileVertexCount", ".tin", 9, little(0xfffffff0, 4), kTileFails, "the vertex count is larger than"},
+    {"TilePrimitives", ".tin", 69, little(0xffff, 2), kTileFails, "an index group counts more primitives"},
+    {"TileIndices", ".tin", 71, little(0xffff, 2), kTileFails, "a primitive counts more indices than"},
+    {"TileIndexPastVertices", ".tin", 77, little(9, 2), kTileFails, "a vertex index is past the level's"},
+    // Level 0's only primitive is dropped; the reading goes on and the finer level answers.
+    {"TilePrimitiveType", ".tin", 73, little(9, 2), kLoads, "[error]: GgLevel: Illegal graphics primitive"},
+    // A line longer than 255 characters ends the reading before the path.
+    {"TextureLongLine", ".tex", kReplace, std::string(300, 'x') + "\npath = t\nsize = 64\n", kLoads,
+     "error: missing texture path!"},
+};
+// clang-format on
+INSTANTIATE_TEST_SUITE_P(Terrain, HostileFiles, testing::ValuesIn(kDamages),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 // Regression: a grid file cut inside its header crashed the reader.
 TEST(HostileFiles, FilesCutAtEveryOffsetNeverCrash) {

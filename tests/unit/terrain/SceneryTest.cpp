@@ -17,12 +17,11 @@ namespace {
 
 // Widths are maxima; a letter other than S or W is north or east; what follows five fields is ignored.
 TEST(BlockName, IsReadWithTheRulesOfScanf) {
-  const char* const cases[][2] = {{"BLK046S007W03", "(-46, -7, 3)"},
-                                  {"BLK46X7Q5", "(46, 7, 5)"},
-                                  {"BLK046N007E00_001_002", "(46, 7, 0)"},
-                                  {"BLK046N007E", "-"},
-                                  {"xBLK046N007E01", "-"},
-                                  {"BLKN007E01", "-"}};
+  // clang-format off
+  const char* const cases[][2] = {{"BLK046S007W03", "(-46, -7, 3)"}, {"BLK46X7Q5", "(46, 7, 5)"},
+                                  {"BLK046N007E00_001_002", "(46, 7, 0)"}, {"BLK046N007E", "-"},
+                                  {"xBLK046N007E01", "-"}, {"BLKN007E01", "-"}};
+  // clang-format on
   for (const auto& [name, want] : cases) {
     GgBlockName b;
     const bool read = ggParseBlockName(name, b);
@@ -50,20 +49,31 @@ TEST(GridFile, EveryHeaderFormLeadsTheReaderToTheSamePoints) {
 }
 
 // Each level uses a prefix of the vertices: level 0 the corners and the centre, level l a grid of
-// 2^l x 2^l squares. A resolution selects the nearest level, the coarser one on a tie.
+// 2^l x 2^l squares. A resolution selects the nearest level, the coarser one on a tie. A tile whose header
+// the reader thread has read (as a renderer asks once per frame) is taken over by the request.
 TEST(TinTile, ReadsOnlyTheLevelsTheResolutionNeeds) {
   TempDir dir;
   qvscenery::Options o = smallScenery(dir.path("s"));
   o.resolutions = {100.0, 30.0, 10.0};
   build(o, *qvscenery::makeFlat(350.0));
-  for (auto [resolution, level, vertices] :
-       {std::tuple{200.0, 0, 5u}, {20.0, 1, 9u}, {15.0, 2, 25u}, {5.0, 2, 25u}}) {
+  for (auto [resolution, level, vertices, fromThread] :
+       {std::tuple{200.0, 0, 5u, false}, {20.0, 1, 9u, true}, {15.0, 2, 25u, false}, {5.0, 2, 25u, true}}) {
+    SCOPED_TRACE(testing::Message() << resolution << " m");
     BtkRef<GgTerrainGroup> group = loadScenery(dir.path("s"));
-    GgTinTile* tile = group->block(0)->root()->findTile(46.005, 7.005);
+    GgDataReader* reader = group->block(0)->reader();
+    GgTinTile* tile = group->block(0)->root()->findTile(46.025, 7.015);  // made and queued, not loaded
     ASSERT_NE(tile, nullptr);
+    const double viewer[3] = {0.0, 0.0, 0.0};
+    if (fromThread) reader->submit(viewer, 1);
+    ASSERT_TRUE(!fromThread || pollUntil([&] { return reader->numFinished(GgDataRequest::kTile) == 1; }));
+    EXPECT_EQ(std::tuple(tile->numLevels(), int{tile->loaded_level}), std::tuple(fromThread ? 3 : 0, -1));
     group->block(0)->requestTile(tile, resolution);
-    EXPECT_EQ(tile->loaded_level, level) << resolution << " m";
-    EXPECT_EQ(tile->verticesLoaded, vertices) << resolution << " m";
+    EXPECT_EQ(
+        std::tuple(reader->numFinished(GgDataRequest::kTile), int{tile->loaded_level}, tile->verticesLoaded),
+        std::tuple(0u, level, vertices));
+    GgTriangle t;
+    ASSERT_TRUE(tile->findTriangle(46.025, 7.015, t));
+    EXPECT_NEAR(t.height, 350.0, 1e-9);
   }
 }
 
@@ -71,22 +81,22 @@ TEST(TinTile, ReadsOnlyTheLevelsTheResolutionNeeds) {
 // earlier one goes in only when its level is not smaller, and then after it. Without any, the scenery
 // directory itself holds one block. All blocks share one reader thread, which ends with the scenery.
 TEST(SceneryLoad, TakesBlocksFromTheirDirectoriesInOrderAndSaysWhatFailed) {
+  // clang-format off
   const struct {
     std::vector<std::pair<std::string, double>> blocks;  // directory and height; "." for the scenery's own
     std::string scenery;                                 // "@" for the full path
     size_t numBlocks;
     double height;  // at 46.5 N 7.5 E
   } cases[] = {
-      {{{"BLK046N008E00", 250}, {"BLK046N007E00", 260}, {"BLK047N007E00", 270}, {"BLKnotes", 0}},
-       "ridge",
-       3,
-       260},
+      {{{"BLK046N008E00", 250}, {"BLK046N007E00", 260}, {"BLK047N007E00", 270}, {"BLKnotes", 0}}, "ridge",
+       3, 260},
       {{{".", 123}}, "@", 1, 123},
       {{{"BLK046N007E00", 100}, {"BLK046N007E01", 200}}, "ridge", 2, 100},
       {{{"BLK046N007E01", 200}, {"BLK46N007E00", 100}}, "@", 1, 200},  // "BLK046..." sorts first
       {{{"BLK046N007E00", 0}}, "ridge", 0, DBL_MAX},
       {{}, "D:\\sceneries\\ridge", 0, DBL_MAX},  // another platform's full path
   };
+  // clang-format on
   for (const auto& c : cases) {
     TempDir dir;
     const std::string scenery =

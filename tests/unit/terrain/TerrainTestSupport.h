@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ElevationSource.h"
@@ -30,8 +31,7 @@ class Messages {
     btkLogger.setThreshold(BTK_INFO);
   }
   std::string text() {
-    if (!taken_) stderr_ = testing::internal::GetCapturedStderr();
-    taken_ = true;
+    if (!std::exchange(taken_, true)) stderr_ = testing::internal::GetCapturedStderr();
     return readText(path_) + stderr_;
   }
 
