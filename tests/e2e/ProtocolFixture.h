@@ -5,13 +5,17 @@
 #include <gmock/gmock.h>
 
 #include "testutil/Pilots.h"
-#include "testutil/Poll.h"
 #include "testutil/ServerWorld.h"
 #include "testutil/Text.h"
 
 using namespace std::chrono_literals;
 using ::testing::HasSubstr;
-using ::testing::Not;
+
+// A connected client and its slot, 255 when it has none.
+struct Pilot {
+  std::unique_ptr<QvClient> client;
+  uint8_t id = 255;
+};
 
 class ProtocolE2E : public ::testing::Test, public ServerWorld {
  protected:
@@ -26,23 +30,20 @@ class ProtocolE2E : public ::testing::Test, public ServerWorld {
     return client;
   }
 
-  // A connected client that has logged in; playerId receives its slot.
-  std::unique_ptr<QvClient> loginClient(uint32_t hwId, const std::string& nick, uint8_t& playerId,
-                                        const std::string& localAddress = "127.0.0.1") {
+  // A connected client that has logged in.
+  Pilot loginClient(uint32_t hwId, const std::string& nick, const std::string& localAddress = "127.0.0.1") {
     auto client = connectClient(localAddress);
     const QvLoginAnswer answer = client->loginAndWait(1, 8, hwId, "Pilot " + nick, nick, 5s);
     EXPECT_TRUE(answer.accepted()) << nick << " got " << int(answer.opcode);
-    playerId = answer.info ? answer.info->player : 255;
-    return client;
+    return {std::move(client), answer.info ? answer.info->player : uint8_t(255)};
   }
 
   // Logs in and joins; the client's inbox then holds everything up to RESULT_OK.
-  std::unique_ptr<QvClient> joinClient(uint32_t hwId, const std::string& nick, uint8_t& playerId,
-                                       uint8_t launchMethod = 0) {
+  Pilot joinClient(uint32_t hwId, const std::string& nick, uint8_t launchMethod = 0) {
     auto client = connectClient();
-    playerId = loginAndJoin(*client, hwId, nick, launchMethod);
-    EXPECT_NE(playerId, 255) << nick;
-    return client;
+    const uint8_t id = loginAndJoin(*client, hwId, nick, launchMethod);
+    EXPECT_NE(id, 255) << nick;
+    return {std::move(client), id};
   }
 
   // Drops the client's connection and waits until the log says the player is idle once more.
@@ -50,6 +51,9 @@ class ProtocolE2E : public ::testing::Test, public ServerWorld {
     client.dropConnection();
     ASSERT_TRUE(pollUntil([&] { return countOf(readText(logPath()), idleLine) > timesBefore; }));
   }
+
+  // A PING or TIME_SYNC: what the server sends by its own clock, not in answer to anything.
+  static bool isBeat(const QvMessage& m) { return m.opcode == SngNet::PING || m.opcode == SngNet::TIME_SYNC; }
 
   // True once the client received the chat line. The server sends in order on the reliable channel, so
   // once a line said after some message arrives, whatever the server sent for that message has arrived

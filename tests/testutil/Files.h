@@ -1,18 +1,14 @@
 // Small file helpers for tests.
 #pragma once
 
-#include <sys/stat.h>
-
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <string>
 
 inline std::string readText(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 inline void writeText(const std::string& path, const std::string& text) {
@@ -21,6 +17,5 @@ inline void writeText(const std::string& path, const std::string& text) {
 }
 
 inline bool fileExists(const std::string& path) {
-  struct stat info{};
-  return stat(path.c_str(), &info) == 0;
+  return std::filesystem::exists(path);
 }

@@ -16,38 +16,27 @@ inline std::unique_ptr<QvClient> connectPilot(uint16_t port, const std::string& 
 }
 
 // A glider's CONNECT; an aerotow comes with a 60 m rope behind a "pawnee".
-inline SngConnectMsg joinMessage(uint32_t hwId, uint8_t playerId, uint8_t launchMethod = 0) {
+inline SngConnectMsg joinMessage(uint32_t hw, uint8_t id, uint8_t launch = 0) {
+  const bool towed = launch == SngNet::LAUNCH_AEROTOW;
   SngConnectMsg msg;
-  msg.hw_id = hwId;
-  msg.player = playerId;
-  msg.aircraft_id = "ASK21";
-  msg.registration = "D-" + std::to_string(hwId);
-  msg.comp_id = "C" + std::to_string(playerId);
-  msg.launch.method = launchMethod;
-  if (launchMethod == SngNet::LAUNCH_AEROTOW) {
-    msg.launch.rope_length = 60;
-    msg.launch.towplane_id = "pawnee";
-  }
+  std::tie(msg.hw_id, msg.player, msg.aircraft_id, msg.launch.method) = std::tuple(hw, id, "ASK21", launch);
+  std::tie(msg.registration, msg.comp_id) = std::pair("D-" + std::to_string(hw), "C" + std::to_string(id));
+  std::tie(msg.launch.rope_length, msg.launch.towplane_id) = std::pair(towed ? 60 : 0, towed ? "pawnee" : "");
   return msg;
 }
 
 // Logs in (as version 1.08 unless told) and joins; the slot, or 255 when either was refused.
 inline uint8_t loginAndJoin(QvClient& client, uint32_t hwId, const std::string& nick,
                             uint8_t launchMethod = 0, std::pair<uint8_t, uint8_t> version = {1, 8}) {
-  const auto timeout = std::chrono::seconds(5);
+  const std::chrono::seconds timeout(5);
   const auto info =
       client.loginAndWait(version.first, version.second, hwId, "Pilot " + nick, nick, timeout).info;
-  if (!info) return 255;
-  return client.joinAndWait(joinMessage(hwId, info->player, launchMethod), timeout).accepted() ? info->player
-                                                                                               : 255;
+  const bool joined =
+      info && client.joinAndWait(joinMessage(hwId, info->player, launchMethod), timeout).accepted();
+  return joined ? info->player : 255;
 }
 
 // A state over the flat test scenery (46-46.06 N, 7-7.06 E).
 inline SngAircraftState stateAt(double time, double lat = 46.03, double lon = 7.03, double alt = 1200.0) {
-  SngAircraftState s;
-  s.time = time;
-  s.lat = lat;
-  s.lon = lon;
-  s.alt = alt;
-  return s;
+  return {.time = time, .lat = lat, .lon = lon, .alt = alt};
 }

@@ -14,19 +14,20 @@
 // caller closes it. Aborts when the port cannot be bound.
 inline int bindUdpSocket(uint16_t port) {
   const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_ANY);
-  address.sin_port = htons(port);
+  sockaddr_in address{
+      .sin_family = AF_INET, .sin_port = htons(port), .sin_addr = {INADDR_ANY}, .sin_zero = {}};
   if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) std::abort();
   return fd;
 }
 
-inline uint16_t freeUdpPort() {
-  const int fd = bindUdpSocket(0);
-  sockaddr_in address{};
-  socklen_t length = sizeof address;
-  getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-  close(fd);
-  return ntohs(address.sin_port);
+// A port that was free a moment ago, and other than `taken` (a server's game and scan ports must differ).
+inline uint16_t freeUdpPort(uint16_t taken = 0) {
+  for (;;) {
+    const int fd = bindUdpSocket(0);
+    sockaddr_in address{};
+    socklen_t length = sizeof address;
+    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    close(fd);
+    if (ntohs(address.sin_port) != taken) return ntohs(address.sin_port);
+  }
 }

@@ -10,42 +10,40 @@
 #include <string>
 #include <vector>
 
+#include "testutil/Files.h"
+#include "testutil/Poll.h"
+
 class ServerProcess {
  public:
-  // env entries replace or add to the inherited environment.
-  ServerProcess(std::string program, std::vector<std::string> args, std::map<std::string, std::string> env,
-                std::string outputDir);
+  // The child's standard output and error go to outputDir/stdout.txt and stderr.txt.
+  explicit ServerProcess(const std::string& outputDir);
   ~ServerProcess();  // kills the child if it still runs
   ServerProcess(const ServerProcess&) = delete;
   ServerProcess& operator=(const ServerProcess&) = delete;
 
-  bool start();
-  bool running();
+  // env entries replace or add to the inherited environment. False when the program could not be started.
+  bool start(const std::string& program, std::vector<std::string> args,
+             const std::map<std::string, std::string>& env = {});
+  bool running() { return !reap(false); }
   // Waits for the exit; false when the deadline passed first.
-  bool waitExit(std::chrono::milliseconds deadline);
+  bool waitExit(std::chrono::milliseconds deadline) {
+    return pollUntil([&] { return reap(false); }, deadline);
+  }
   int exitCode() const { return exitCode_; }  // -1 when killed by a signal or still running
-  int termSignal() const { return termSignal_; }
-  void sendSignal(int signo);
-  std::string stdoutText() const;
-  std::string stderrText() const;
-  // The files the child's standard output and error go to, for waitForText.
-  const std::string& stdoutPath() const { return stdoutPath_; }
+  void sendSignal(int signo) { pid_ > 0 ? kill(pid_, signo) : 0; }
+  std::string stderrText() const { return readText(stderrPath_); }
   const std::string& stderrPath() const { return stderrPath_; }
-  pid_t pid() const { return pid_; }
 
  private:
-  bool reap(bool block);
+  bool reap(bool block);  // true once the child has exited (or never started) and was waited for
 
-  std::string program_;
-  std::vector<std::string> args_;
-  std::map<std::string, std::string> env_;
   std::string stdoutPath_, stderrPath_;
   pid_t pid_ = -1;
-  bool exited_ = false;
   int exitCode_ = -1;
-  int termSignal_ = 0;
 };
 
 // Polls a file (a log, or a child's captured output) until it contains the text.
-bool waitForText(const std::string& path, const std::string& text,
-                 std::chrono::milliseconds deadline = std::chrono::seconds(10));
+inline bool waitForText(const std::string& path, const std::string& text,
+                        std::chrono::milliseconds deadline = std::chrono::seconds(10)) {
+  return pollUntil([&] { return readText(path).find(text) != std::string::npos; }, deadline);
+}

@@ -7,21 +7,14 @@
 #include <string>
 #include <vector>
 
-#include "testutil/Files.h"
 #include "testutil/Ports.h"
 #include "testutil/Scenery.h"
-#include "testutil/ServerProcess.h"
 #include "testutil/TempDir.h"
 
 class ServerWorld {
  public:
-  std::string home() const { return tmp.path("home"); }
-  std::string xdgData() const { return tmp.path("home/.local/share"); }
-  std::string userDir() const { return tmp.path("user"); }
-  std::string dataDir() const { return tmp.path("data"); }
-  std::string serversDir() const { return userDir() + "/servers"; }
+  std::string serversDir() const { return tmp.path("user/servers"); }
   std::string logPath() const { return serversDir() + "/qvserver.log"; }
-  std::string stderrPath() const { return tmp.path("out/stderr.txt"); }
 
   // A situation with this world's port and scenery; extra lines go after the server keys.
   void writeSituation(const std::string& name, const std::string& extra = "") const {
@@ -32,14 +25,12 @@ class ServerWorld {
   // Starts the real qvserver with -datadir=, -scan_port= and -userdir= (unless withUserDir is false)
   // first, then the extra arguments. False when the process could not be started.
   bool start(std::vector<std::string> extraArgs = {}, bool withUserDir = true) {
-    std::vector<std::string> args{"-datadir=" + dataDir(), "-scan_port=" + std::to_string(scanPort)};
-    if (withUserDir) args.push_back("-userdir=" + userDir());
+    std::vector<std::string> args{"-datadir=" + tmp.path("data"), "-scan_port=" + std::to_string(scanPort)};
+    if (withUserDir) args.push_back("-userdir=" + tmp.path("user"));
     args.insert(args.end(), extraArgs.begin(), extraArgs.end());
-    writeText(tmp.path("out/.keep"), "");
-    server = std::make_unique<ServerProcess>(
-        std::string(QV_BINARY_DIR) + "/src/app/qvserver", args,
-        std::map<std::string, std::string>{{"HOME", home()}, {"XDG_DATA_HOME", xdgData()}}, tmp.path("out"));
-    return server->start();
+    server = std::make_unique<ServerProcess>(tmp.path("out"));
+    return server->start(std::string(QV_BINARY_DIR) + "/src/app/qvserver", args,
+                         {{"HOME", tmp.path("home")}, {"XDG_DATA_HOME", tmp.path("home/.local/share")}});
   }
 
   // The server stops by its own kill file; true when it has exited within the deadline.
@@ -49,16 +40,8 @@ class ServerWorld {
   }
 
   TempDir tmp;
-  const uint16_t port = freeUdpPort();
-  const uint16_t scanPort = otherFreeUdpPort(port);
+  const uint16_t port = freeUdpPort(), scanPort = freeUdpPort(port);
   // Every server needs a scenery: a flat one 350 m above the sphere, named "test".
-  const bool sceneryBuilt = buildScenery(dataDir());
+  const bool sceneryBuilt = buildScenery(tmp.path("data"));
   std::unique_ptr<ServerProcess> server;
-
- private:
-  static uint16_t otherFreeUdpPort(uint16_t taken) {
-    uint16_t port = freeUdpPort();
-    while (port == taken) port = freeUdpPort();
-    return port;
-  }
 };

@@ -7,15 +7,10 @@
 
 class TempDir {
  public:
-  TempDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "qvtest-XXXXXX").string();
-    if (!mkdtemp(pattern.data())) std::abort();
-    root_ = pattern;
+  TempDir() : root_((std::filesystem::temp_directory_path() / "qvtest-XXXXXX").string()) {
+    if (!mkdtemp(root_.data())) std::abort();
   }
-  ~TempDir() {
-    std::error_code ignored;
-    std::filesystem::remove_all(root_, ignored);
-  }
+  ~TempDir() { std::filesystem::remove_all(root_, ignored_); }
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
 
@@ -24,4 +19,5 @@ class TempDir {
 
  private:
   std::string root_;
+  std::error_code ignored_;  // a directory that cannot be removed must not end the test run
 };

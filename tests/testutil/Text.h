@@ -6,9 +6,6 @@
 // How often the needle occurs in the text, overlapping occurrences included.
 inline size_t countOf(const std::string& text, const std::string& needle) {
   size_t count = 0;
-  for (size_t at = text.find(needle); !needle.empty() && at != std::string::npos;
-       at = text.find(needle, at + 1)) {
-    ++count;
-  }
+  for (size_t at = 0; !needle.empty() && (at = text.find(needle, at)) != std::string::npos; ++at) ++count;
   return count;
 }

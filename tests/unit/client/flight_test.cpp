@@ -19,22 +19,19 @@ BtkCourseDistance measure(const SngAircraftState& a, const SngAircraftState& b) 
 }
 
 TEST(StraightFlight, HundredKilometresNorthEastAreAGreatCircleByTheServersMeasure) {
-  QvFlightPlan plan;
-  std::tie(plan.lat, plan.lon, plan.course, plan.speed_kmh) = std::make_tuple(45.0, 7.0, 45.0, 100.0);
+  const QvStraightFlight flight({.lat = 45.0, .lon = 7.0, .course = 45.0, .speed_kmh = 100.0});
   // A constant course would end about 562 m to the left, and measure off 45 degrees from the start.
-  const auto flown = measure(QvStraightFlight(plan).stateAt(0.0), QvStraightFlight(plan).stateAt(3600.0));
+  const auto flown = measure(flight.stateAt(0.0), flight.stateAt(3600.0));
   EXPECT_NEAR(flown.distance, 100000.0, 1e-3);
   EXPECT_NEAR(btkCourseDegrees(flown), 45.0, 1e-6);
   // Across the date line the longitude wraps: 50 km east of 179.9 E on the equator.
-  std::tie(plan.lat, plan.lon, plan.course) = std::make_tuple(0.0, 179.9, 90.0);
-  EXPECT_NEAR(QvStraightFlight(plan).stateAt(1800.0).lon, 179.9 + 50000.0 / kMetresPerDegree - 360.0, 1e-9);
+  const QvStraightFlight east({.lat = 0.0, .lon = 179.9, .course = 90.0, .speed_kmh = 100.0});
+  EXPECT_NEAR(east.stateAt(1800.0).lon, 179.9 + 50000.0 / kMetresPerDegree - 360.0, 1e-9);
 }
 
 TEST(StraightFlight, TimeScaleAdvancesClientTimeAndDistanceButNotTheMeasuredSpeed) {
   // 40 m/s; two states per real second, each 5 client seconds after the one before.
-  QvFlightPlan plan;
-  std::tie(plan.lat, plan.lon, plan.alt, plan.course, plan.speed_kmh) =
-      std::make_tuple(47.0, 8.0, 1500.0, 123.0, 144.0);
+  QvFlightPlan plan{.lat = 47.0, .lon = 8.0, .alt = 1500.0, .course = 123.0, .speed_kmh = 144.0};
   std::tie(plan.start_time, plan.step, plan.time_scale) = std::make_tuple(50000.0, 0.5, 10.0);
   QvStraightFlight flight(plan);
   SngAircraftState previous = flight.next();

@@ -20,8 +20,6 @@ class FakeServer : public SngPlayerHost {
   bool competitionMode() const override { return competition; }
   int32_t startGateOpenTime() const override { return gate; }
   bool findTerrainTriangle(double, double, GgTriangle& t) override {
-    ++lookups;
-    if (!hasTerrain) return false;
     t.height = groundHeight;
     if (onLookup) onLookup();
     return true;
@@ -33,21 +31,14 @@ class FakeServer : public SngPlayerHost {
   float now = 43200.0f;
   bool competition = false;
   int32_t gate = 0;
-  bool hasTerrain = true;
   double groundHeight = 500.0;
   bool seated = true;
-  int lookups = 0;
   std::function<void()> onLookup;
   std::vector<const SngSrvThermal*> sent;
 };
 
 SngAircraftState at(double time, double lat, double lon, double alt) {
-  SngAircraftState s;
-  s.time = time;
-  s.lat = lat;
-  s.lon = lon;
-  s.alt = alt;
-  return s;
+  return {.time = time, .lat = lat, .lon = lon, .alt = alt};
 }
 
 class Player : public ::testing::Test {
@@ -158,14 +149,10 @@ TEST_F(Player, ThermalsQueueByDistanceAndEqualKeysKeepTheirOrder) {
   auto far = thermal(46.2f, 7.0f, 43000.0f, 3600.0f);
   auto near = thermal(46.01f, 7.0f, 43000.0f, 3600.0f);
   auto nearToo = thermal(45.99f, 7.0f, 43000.0f, 3600.0f);  // the same squared distance
-  player.addThermal(far);
-  player.addThermal(near);
-  player.addThermal(nearToo);
-  ASSERT_EQ(player.pending_thermals.size(), 3u);
-  auto it = player.pending_thermals.begin();
-  EXPECT_EQ(it->get(), near.get());
-  EXPECT_EQ((++it)->get(), nearToo.get());
-  EXPECT_EQ((++it)->get(), far.get());
+  for (const auto& t : {far, near, nearToo}) player.addThermal(t);
+  std::vector<SngSrvThermal*> queued;
+  for (const auto& t : player.pending_thermals) queued.push_back(t.get());
+  EXPECT_EQ(queued, (std::vector<SngSrvThermal*>{near.get(), nearToo.get(), far.get()}));
 }
 
 TEST_F(Player, OneReachableThermalIsSentPerPassAndTheRestWait) {
