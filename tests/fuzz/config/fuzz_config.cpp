@@ -1,13 +1,9 @@
 // Every matcher of the configuration reader on every line of arbitrary bytes: no crash, no overrun,
 // no endless loop, lines always within the buffer.
-#include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <string>
-#include <vector>
 
+#include "../FuzzInput.h"
 #include "config/BtkCfgFile.h"
-#include "fuzz_input_file.h"
 
 namespace {
 
@@ -40,17 +36,11 @@ void tryEveryMatcher(BtkCfgFile& cfg, const char* line) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  FuzzInputFile& input = FuzzInputFile::instance();
-  const std::string path = input.write(data, size);
-  if (path.empty()) return 0;
-  {
-    BtkCfgFile cfg(path);
-    char line[BtkCfgFile::kLineSize];
-    while (cfg.readLine(line, sizeof line)) {
-      if (strlen(line) >= sizeof line) abort();
-      tryEveryMatcher(cfg, line);
-    }
+  BtkCfgFile cfg(fuzzFile("input.cfg", data, size));
+  char line[BtkCfgFile::kLineSize];
+  while (cfg.readLine(line, sizeof line)) {
+    if (strlen(line) >= sizeof line) abort();
+    tryEveryMatcher(cfg, line);
   }
-  input.remove();
   return 0;
 }

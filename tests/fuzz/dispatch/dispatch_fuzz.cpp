@@ -1,17 +1,10 @@
 // Drives the real server with arbitrary event scripts through the scripted transport: connections,
 // drops, any bytes as messages, well-formed LOGINs to reach the deeper handlers, and time passing.
 // Nothing may crash, leak or hang; nested passes and slot reuse happen along the way.
-#include <unistd.h>
-
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <memory>
-#include <string>
-#include <vector>
 
+#include "../FuzzInput.h"
 #include "ElevationSource.h"
 #include "SceneryBuilder.h"
 #include "app/SngAppPaths.h"
@@ -29,25 +22,12 @@ void throwOnExit(int) { throw Exited{}; }
 
 BtkManualClock fuzzClock;
 
-std::string& sceneryRoot() {
-  static std::string root;
-  return root;
-}
-
 SngServer* makeServer() {
-  const std::string root = (std::filesystem::temp_directory_path() / ("qvfuzz-" + std::to_string(getpid()))).string();
+  const std::string& root = fuzzDir();
   std::filesystem::create_directories(root + "/user/servers");
-  qvscenery::Options options;
-  options.outDir = root + "/data/scenery/test";
-  options.south = 46.0;
-  options.west = 7.0;
-  options.cells = 4;
-  options.single = true;
-  options.spread = true;
-  if (!qvscenery::validate(options).empty()) abort();
-  if (!qvscenery::buildScenery(options, *qvscenery::makeFlat(350.0)).error.empty()) abort();
-  sceneryRoot() = root;
-  atexit([] { std::filesystem::remove_all(sceneryRoot()); });
+  const qvscenery::Options scenery{.outDir = root + "/data/scenery/test", .south = 46.0, .west = 7.0, .cells = 4,
+                                   .single = true, .resolutions = {}, .spread = true};
+  if (!qvscenery::buildScenery(scenery, *qvscenery::makeFlat(350.0)).error.empty()) abort();
   std::ofstream(root + "/user/servers/QVServer.stn")
       << "terrainId = test\nmp_server_port = 0\nmp_max_players = 4\ncompetition_mode = true\n"
          "start_gate_altitude_ref = 1\nstart_gate_altitude = 800\nregatta_start = true\n"
@@ -65,24 +45,6 @@ SngServer* makeServer() {
   return server;
 }
 
-class Reader {
- public:
-  Reader(const uint8_t* data, size_t size) : data_(data), size_(size) {}
-  bool empty() const { return pos_ >= size_; }
-  uint8_t byte() { return pos_ < size_ ? data_[pos_++] : 0; }
-  std::vector<uint8_t> bytes(size_t n) {
-    n = std::min(n, size_ - pos_);
-    std::vector<uint8_t> out(data_ + pos_, data_ + pos_ + n);
-    pos_ += n;
-    return out;
-  }
-
- private:
-  const uint8_t* data_;
-  size_t size_;
-  size_t pos_ = 0;
-};
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -91,7 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   auto* net = new SngScriptedNetwork();
   server->protocol().setNetwork(std::unique_ptr<SngNetwork>(net));
   std::vector<SngPeer> peers;
-  Reader in(data, size);
+  FuzzReader in{data, size};
   try {
     for (int step = 0; step < 256 && !in.empty(); ++step) {
       const uint8_t op = in.byte();
@@ -103,10 +65,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         case 1: net->drop(peer); break;
         case 2: net->receive(peer, in.bytes(in.byte()), op & 0x40 ? 1 : 0); break;
         case 3: {
-          SngLoginMsg login;
-          login.hw_id = in.byte();
-          login.version_minor = in.byte() % 12;
-          login.nick = "n";
+          const uint8_t hwId = in.byte();
+          const SngLoginMsg login{.version_minor = uint8_t(in.byte() % 12), .hw_id = hwId, .pilot_name = "", .nick = "n"};
           net->receive(peer, sngMessage(SngNet::LOGIN, login).bytes);
           break;
         }

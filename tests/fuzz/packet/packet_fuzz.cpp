@@ -32,35 +32,19 @@ void runGetters(const uint8_t* data, size_t size) {
     std::vector<SngTurnpoint> task;
     SngAircraftState state;
     bool ok = false;
+    // clang-format off
     switch (selector % 9) {
-      case 0:
-        ok = p.getU8(u8);
-        break;
-      case 1:
-        ok = p.getU16(u16);
-        break;
-      case 2:
-        ok = p.getI16(i16);
-        break;
-      case 3:
-        ok = p.getU32(u32);
-        break;
-      case 4:
-        ok = p.getI32(i32);
-        break;
-      case 5:
-        ok = p.getF32(f32);
-        break;
-      case 6:
-        ok = p.getString(text);
-        break;  // keeps what it consumed when it fails
-      case 7:
-        ok = p.getTask(task);
-        break;
-      default:
-        ok = decodeAircraftState(p, state);
-        break;
+      case 0: ok = p.getU8(u8); break;
+      case 1: ok = p.getU16(u16); break;
+      case 2: ok = p.getI16(i16); break;
+      case 3: ok = p.getU32(u32); break;
+      case 4: ok = p.getI32(i32); break;
+      case 5: ok = p.getF32(f32); break;
+      case 6: ok = p.getString(text); break;  // keeps what it consumed when it fails
+      case 7: ok = p.getTask(task); break;
+      default: ok = decodeAircraftState(p, state); break;
     }
+    // clang-format on
     check(p.cursor <= p.bytes.size());
     if (!ok && selector % 9 != 6) check(p.cursor == before);
     if (!ok && selector % 9 == 7) check(task.empty());
@@ -86,25 +70,19 @@ void readMessage(const uint8_t* data, size_t size, uint32_t from) {
   check(again.remaining() == 0);
 }
 
+template <class... Messages>
+void readBehindOpcode(const uint8_t* data, size_t size) {
+  (readMessage<Messages>(data, size, 1), ...);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   runGetters(data, size);
   readMessage<SngScanReply>(data, size, 0);
   if (size == 0) return 0;
-  readMessage<SngLoginMsg>(data, size, 1);
-  readMessage<SngConnectMsg>(data, size, 1);
-  readMessage<SngServerInfoMsg>(data, size, 1);
-  readMessage<SngAircraftMsg>(data, size, 1);
-  readMessage<SngThermalMsg>(data, size, 1);
-  readMessage<SngTaskUpdateMsg>(data, size, 1);
-  readMessage<SngResultOkMsg>(data, size, 1);
-  readMessage<SngPlayerMsg>(data, size, 1);
-  readMessage<SngStateMsg>(data, size, 1);
-  readMessage<SngChatMsg>(data, size, 1);
-  readMessage<SngCommFrqMsg>(data, size, 1);
-  readMessage<SngVoiceMsg>(data, size, 1);
-  readMessage<SngTimeSyncMsg>(data, size, 1);
-  readMessage<SngShutdownMsg>(data, size, 1);
+  readBehindOpcode<SngLoginMsg, SngConnectMsg, SngServerInfoMsg, SngAircraftMsg, SngThermalMsg, SngTaskUpdateMsg,
+                   SngResultOkMsg, SngPlayerMsg, SngStateMsg, SngChatMsg, SngCommFrqMsg, SngVoiceMsg,
+                   SngTimeSyncMsg, SngShutdownMsg>(data, size);
   return 0;
 }

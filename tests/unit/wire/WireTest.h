@@ -3,14 +3,12 @@
 #pragma once
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <source_location>
 #include <string>
-#include <string_view>
 #include <tuple>
 #include <type_traits>
 
@@ -18,16 +16,13 @@
 #include "wire/SngMessages.h"
 
 using Bytes = std::vector<uint8_t>;
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInf = std::numeric_limits<double>::infinity();
 
 // Hex pairs; spaces are only for the reader.
-inline Bytes hex(std::string_view text) {
+inline Bytes hex(std::string text) {
+  std::erase(text, ' ');
   Bytes out;
-  for (size_t i = 0; i < text.size(); i += text[i] == ' ' ? 1 : 2) {
-    if (text[i] != ' ')
-      out.push_back(static_cast<uint8_t>(std::stoul(std::string(text.substr(i, 2)), nullptr, 16)));
-  }
+  for (size_t i = 0; i < text.size(); i += 2) out.push_back(uint8_t(std::stoul(text.substr(i, 2), nullptr, 16)));
   return out;
 }
 

@@ -34,24 +34,21 @@ void expectRecord(uint8_t opcode, const Msg& m, const Bytes& body,
     SngPacket p = behindOpcode(body, n);
     Msg back;
     Missing missing = cuts.empty() ? Missing{} : cuts.back().second;  // a read that names nothing fails
-    const bool ok = readNamingMissing<Missing>(back, p, missing);
+    const bool ok = readNamingMissing<Missing>(back, p, missing), whole = n >= std::min(shortest, body.size());
+    EXPECT_EQ(std::pair(ok, p.cursor), std::pair(whole, uint32_t(whole ? n + 1 : 1))) << "cut at " << n;
     SngPacket again, fresh;
     back.write(again);
-    if (n >= std::min(shortest, body.size())) {
-      EXPECT_TRUE(ok && p.remaining() == 0);
+    if (whole) {
       EXPECT_EQ(again.bytes, Bytes(body.begin(), body.begin() + n));
-      continue;
-    }
-    EXPECT_EQ(std::make_pair(ok, p.cursor), std::make_pair(false, 1u)) << "cut at " << n;
-    if (cuts.empty()) {
+    } else if (cuts.empty()) {
       Msg{}.write(fresh);
       EXPECT_EQ(again.bytes, fresh.bytes) << "record changed by a cut at " << n;
-      continue;
+    } else {
+      const auto row = std::find_if(cuts.rbegin(), cuts.rend(), [n](const auto& r) { return r.first <= n; });
+      EXPECT_EQ(missing, row->second) << "cut at " << n;
+      again.bytes.resize(row->first);
+      EXPECT_EQ(again.bytes, Bytes(body.begin(), body.begin() + row->first)) << "cut at " << n;
     }
-    const auto row = std::find_if(cuts.rbegin(), cuts.rend(), [n](const auto& r) { return r.first <= n; });
-    EXPECT_EQ(missing, row->second) << "cut at " << n;
-    again.bytes.resize(row->first);
-    EXPECT_EQ(again.bytes, Bytes(body.begin(), body.begin() + row->first)) << "cut at " << n;
   }
 }
 
@@ -70,9 +67,17 @@ TEST(MessageRecords, MatchHandWrittenBytesReadBackAndNameWhatACutLeavesMissing) 
   // 1.09, hardware ID, "Al", "n"
   expectRecord<L::Field>(LOGIN, L{1, 9, 0xDEADBEEF, "Al", "n"}, hex("01 09 EFBEADDE 416C00 6E00"),
       {{0, L::VERSION}, {2, L::HW_ID}, {6, L::PILOT_NAME}, {9, L::NICK}});
-  // Hardware ID, player 5, "G", "R", "C"; winch: 1000 m, "W", 0.5, 2.0, 100.0, direction 270; no task.
-  expectRecord<Cut>(CONNECT, SngConnectMsg{0x01020304, 5, "G", "R", "C", winch, {}},
-      hex("04030201 05 4700 5200 4300 02 E803 5700 0000003F 00000040 0000C842 0E01 00"),
+  // Hardware ID, player 5, "G", "R", "C"; winch: 1000 m, "W", 0.5, 2.0, 100.0, direction 270. A task of
+  // one turnpoint per zone type, angles only where the type uses them: a cylinder; a line; and 257, which
+  // goes out as the byte 1, a sector. 1.0, -2.5, elev -3, cylinder, 123 tens of metres, "A"; 0.5, 2.0,
+  // elev 500, line, 100 tens, angle1 270, ""; +inf, 100.0, elev 40000 (as -25536), sector, radius 0,
+  // angles 45 and -10 (as 65526), "BC".
+  expectRecord<Cut>(CONNECT, SngConnectMsg{0x01020304, 5, "G", "R", "C", winch,
+      {{-1, 1.0, -2.5, -3.7, "A", {}, 1234.5, 33, 44, 0, 0}, {-1, 0.5, 2.0, 500.7, "", {}, 1000, 270.9, 55, 0, 2},
+       {-1, 1e300, 100, 40000, "BC", {}, -kInf, 45, -10, 0, 257}}},
+      hex("04030201 05 4700 5200 4300 02 E803 5700 0000003F 00000040 0000C842 0E01"
+          "03 0000803F 000020C0 FDFF 00 7B00 4100 0000003F 00000040 F401 02 6400 0E01 00"
+          "0000807F 0000C842 409C 01 0000 2D00 F6FF 424300"),
       {{0, {HW_ID, METHOD}}, {4, {PLAYER, METHOD}}, {5, {AIRCRAFT_ID, METHOD}}, {7, {REGISTRATION, METHOD}},
        {9, {COMP_ID, METHOD}}, {11, {LAUNCH, METHOD}}, {12, {LAUNCH, ROPE_LENGTH}}, {14, {LAUNCH, WINCH_ID}},
        {16, {LAUNCH, WINCH_LAT}}, {20, {LAUNCH, WINCH_LON}}, {24, {LAUNCH, WINCH_ALT}},
@@ -119,12 +124,9 @@ TEST(MessageRecords, MatchHandWrittenBytesReadBackAndNameWhatACutLeavesMissing) 
 }
 
 TEST(TaskUpdateMsg, StatusByteCombinesStartZoneFinishAndOutlanding) {
-  // clang-format off
   for (auto [zone, finished, out, status] : {std::tuple{false, false, false, 1}, {false, true, false, 2},
-       {true, false, false, 5}, {true, true, false, 6}, {false, false, true, 9}, {true, true, true, 14}}) {
+       {true, false, false, 5}, {true, true, false, 6}, {false, false, true, 9}, {true, true, true, 14}})
     EXPECT_EQ(sngTaskStatus(zone, finished, out), status);
-  }
-  // clang-format on
 }
 
 }  // namespace
