@@ -5,53 +5,42 @@
 
 namespace {
 
+// A start whose axis points east: the zone of a line through (0, 0) is the half disc west of it.
 SngTaskProgress withStart(int32_t oz, bool regatta = false, double maxAlt = 1e9) {
-  SngTurnpoint start = makeTurnpoint("Start", 0.0, 0.0, 3010.0, oz, 90.0);  // a line's axis points east
-  start.max_alt = maxAlt;
-  SngTaskProgress task = standardTask(std::move(start));
-  task.regatta_start = regatta;
+  SngTaskProgress task = standardTask(makeTurnpoint("Start", 0.0, 0.0, 3010.0, oz, 90.0));
+  std::tie(task.turnpoints[0].max_alt, task.regatta_start) = std::tuple(maxAlt, regatta);
   return task;
 }
 
-// The zone of a line through (0, 0) is the half disc west of it.
-const SngTaskProgress kLineStart = withStart(SNG_OZ_LINE);
-
 TEST(TaskStart, ScoresEachWayOfStarting) {
+  const SngTaskProgress line = withStart(SNG_OZ_LINE);
+  const TestFlight outAndBack = eastFromTheGate(4500.0).east(-4500.0);
+  const TestFlight climbing = TestFlight(kGateOpen, 0.0, 980.0).east(10.0, 5.0).flyBy(10.0, 0.0, 5.0, 1020.0);
   // Distance counts from the start's centre.
   // clang-format off
   const ScoringCase cases[] = {
-      {.name = "ExitAfterTheGate", .flight = eastFromTheGate(6000.0), .currTp = 1, .achieved = 1,
-       .start = kStartedEast, .taskTime = 99.7, .distance = 6000.0, .toTp = 27336.0, .course = 90.0},
+      {"ExitAfterTheGate", kTask, eastFromTheGate(6000), 1, 1, 1, {kStartedEast, 99.7}, {6000, 0, 27336, 90}},
       // Points at -4 and -2 s inside do not arm; the one at the gate's second does.
-      {.name = "InsideBeforeTheGate", .flight = TestFlight(kGateOpen - 4).flyBy(20.0, 0.0, 10.0)},
-      {.name = "InsideAtTheGate", .flight = TestFlight(kGateOpen - 4).flyBy(40.0, 0.0, 10.0), .currTp = 1,
-       .status = 5},
+      {"InsideBeforeTheGate", kTask, TestFlight(kGateOpen - 4).east(20, 10), 0, 1, 0},
+      {"InsideAtTheGate", kTask, TestFlight(kGateOpen - 4).east(40, 10), 1, 5, 0},
       // Out to 4500 m and back to the centre re-arms; the second exit, 300 s later, starts.
-      {.name = "BackInTheZone", .flight = eastFromTheGate(4500.0).flyBy(-4500.0, 0.0, 30.0), .currTp = 1,
-       .status = 5, .achieved = 1, .start = kStartedEast},
-      {.name = "SecondExit",
-       .flight = eastFromTheGate(4500.0).flyBy(-4500.0, 0.0, 30.0).flyBy(6000.0, 0.0, 30.0), .currTp = 1,
-       .achieved = 1, .start = kStartedEast + 300.0, .taskTime = 99.7, .distance = 6000.0},
+      {"BackInTheZone", kTask, outAndBack, 1, 5, 1, {kStartedEast}},
+      {"SecondExit", kTask, TestFlight(outAndBack).east(6000), 1, 1, 1, {kStartedEast + 300, 99.7}, {6000}},
       // 980 m to 1020 m within one step, out through the top: k = 10 is still 1000 m, inside.
-      {.name = "ClimbingThroughTheGateAltitude", .task = withStart(SNG_OZ_CYLINDER, false, 1000.0),
-       .flight = TestFlight(kGateOpen, 0.0, 980.0).flyBy(10.0, 0.0, 5.0).flyBy(10.0, 0.0, 5.0, 1020.0),
-       .currTp = 1, .achieved = 1, .start = kGateOpen + 3.0, .taskTime = 1.0, .distance = 20.0},
+      {"ClimbingThroughTheGate", withStart(SNG_OZ_CYLINDER, false, 1000), climbing,
+       1, 1, 1, {kGateOpen + 3, 1}, {20}},
       // Eastwards from 2000 m west: -20 m at +66 s, +40 m at +68 s; the line lies at the seventh 3 m
       // twentieth, so the last inside is k = 6.
-      {.name = "LineCrossedForwards", .task = kLineStart,
-       .flight = TestFlight(kGateOpen, -2000.0).flyBy(7980.0, 0.0, 30.0), .currTp = 1, .achieved = 1,
-       .start = kGateOpen + 66.6, .taskTime = 199.4, .distance = 5980.0},
+      {"LineCrossedForwards", line, TestFlight(kGateOpen, -2000).east(7980), 1, 1, 1,
+       {kGateOpen + 66.6, 199.4}, {5980}},
       // Westwards, out through the back of the half disc: no start.
-      {.name = "LineLeftBackwards", .task = kLineStart,
-       .flight = TestFlight(kGateOpen, -2000.0).flyBy(-4000.0, 0.0, 30.0), .status = 5},
+      {"LineLeftBackwards", line, TestFlight(kGateOpen, -2000).east(-4000), 0, 5, 0},
       // A regatta start counts from the gate opening, whenever the zone is left.
-      {.name = "Regatta", .task = withStart(SNG_OZ_LINE, true),
-       .flight = TestFlight(kGateOpen + 300, -2000.0).flyBy(7980.0, 0.0, 30.0), .currTp = 1, .achieved = 1,
-       .start = kGateOpen, .taskTime = 566.0, .distance = 5980.0},
+      {"Regatta", withStart(SNG_OZ_LINE, true), TestFlight(kGateOpen + 300, -2000).east(7980), 1, 1, 1,
+       {kGateOpen, 566}, {5980}},
       // Back in the zone: re-armed, and the time flown since the gate stands (+598 s: last point outside).
-      {.name = "RegattaBackInTheZone", .task = withStart(SNG_OZ_CYLINDER, true),
-       .flight = TestFlight(kGateOpen + 300).flyBy(6000.0, 0.0, 30.0).flyBy(-6000.0, 0.0, 30.0), .currTp = 1,
-       .status = 5, .achieved = 1, .start = kGateOpen, .taskTime = 598.0, .liveOnly = true},
+      {"RegattaBackInTheZone", withStart(SNG_OZ_CYLINDER, true),
+       TestFlight(kGateOpen + 300).east(6000).east(-6000), 1, 5, 1, {kGateOpen, 598}, {}, true},
   };
   // clang-format on
   for (const ScoringCase& c : cases) expectScoring(c);

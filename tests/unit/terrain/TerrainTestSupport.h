@@ -1,5 +1,7 @@
 // Shared pieces of the terrain tests: sceneries written by the builder and the messages a test provokes.
 #pragma once
+// Option records are built with designated initialisers, which name only the fields that matter.
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
 
 #include <gtest/gtest.h>
 
@@ -19,8 +21,7 @@
 #include "toolkit/BtkLogger.h"
 
 // The process-wide log, debug included, and standard error, from construction until text() is called.
-class Messages {
- public:
+struct Messages {
   explicit Messages(const TempDir& dir) : path_(dir.path("test.log")) {
     EXPECT_TRUE(btkLogger.open(path_, BTK_DEBUG, false));
     testing::internal::CaptureStderr();
@@ -34,8 +35,6 @@ class Messages {
     if (!std::exchange(taken_, true)) stderr_ = testing::internal::GetCapturedStderr();
     return readText(path_) + stderr_;
   }
-
- private:
   std::string path_, stderr_;
   bool taken_ = false;
 };
@@ -43,17 +42,16 @@ class Messages {
 // A small scenery at 46 N 7 E: blocks of 4 x 4 cells of 0.01 degree, three TIN levels; without a number
 // of blocks, one block whose files lie directly in outDir.
 inline qvscenery::Options smallScenery(const std::string& outDir, int blocksNS = 0, int blocksEW = 0) {
-  qvscenery::Options o;
-  o.outDir = outDir;
-  o.south = 46.0;
-  o.west = 7.0;
-  o.cellLat = o.cellLon = 0.01;
-  o.cells = 4;
-  o.tinLevels = 3;
-  o.single = blocksNS == 0;
-  o.blocksNS = std::max(blocksNS, 1);
-  o.blocksEW = std::max(blocksEW, 1);
-  return o;
+  return {.outDir = outDir,
+          .south = 46.0,
+          .west = 7.0,
+          .cellLat = 0.01,
+          .cellLon = 0.01,
+          .cells = 4,
+          .blocksNS = std::max(blocksNS, 1),
+          .blocksEW = std::max(blocksEW, 1),
+          .single = blocksNS == 0,
+          .tinLevels = 3};
 }
 
 // The blocks' base paths; fails the test when the builder refuses.
