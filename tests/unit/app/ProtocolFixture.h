@@ -8,6 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
 #include <optional>
 
@@ -99,13 +101,9 @@ class ProtocolFixture : public ::testing::Test {
                                          uint8_t minor = 8) {
     return sngMessage(SngNet::LOGIN, SngLoginMsg{major, minor, hwId, "Pilot " + nick, nick}).bytes;
   }
-  static std::vector<uint8_t> playerBytes(uint8_t opcode, uint8_t id) {
-    return sngMessage(opcode, SngPlayerMsg{.player = id}).bytes;
-  }
   static std::vector<uint8_t> stateBytes(uint8_t id, double time, double lat = 46.03, double lon = 7.03,
-                                         double alt = 1000.0, uint8_t opcode = SngNet::AIRCRAFT_STATE) {
-    return sngMessage(opcode, SngStateMsg{.player = id, .state = {.time = time, .lat = lat, .lon = lon, .alt = alt}})
-        .bytes;
+                                         double alt = 1000.0) {
+    return sngMessage(SngNet::AIRCRAFT_STATE, SngStateMsg{id, {.time = time, .lat = lat, .lon = lon, .alt = alt}}).bytes;
   }
 
   // Connects from 127.0.0.d and logs in; handles both events. Returns the connection.
@@ -118,9 +116,8 @@ class ProtocolFixture : public ::testing::Test {
 
   std::vector<SngScriptedNetwork::Sent> sentTo(const SngPeer& peer, uint8_t opcode) const {
     std::vector<SngScriptedNetwork::Sent> out;
-    for (const auto& s : net->sent) {
-      if (s.peer == peer && !s.data.empty() && s.data[0] == opcode) out.push_back(s);
-    }
+    std::copy_if(net->sent.begin(), net->sent.end(), std::back_inserter(out),
+                 [&](const auto& s) { return s.peer == peer && !s.data.empty() && s.data[0] == opcode; });
     return out;
   }
 

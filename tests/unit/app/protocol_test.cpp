@@ -81,6 +81,9 @@ TEST_F(Registry, ConnectionsThatCarryNoPlayerAreClosedAfterAMinute) {
 
 using NestedPasses = ProtocolFixture;
 
+// SERVER_INFO's start-gate height then comes from a terrain lookup, which runs a nested pass.
+const char* const kGateOnGround = "start_gate_altitude_ref = 1\ntask {\n turnpoint {\n  lat = 46.03\n  lon = 7.03\n }\n}\n";
+
 // Runs `inject` once, the first time the transport is serviced from inside a nested pass.
 void injectInNestedPass(SngScriptedNetwork* net, SngServer* server, std::function<void()> inject) {
   auto done = std::make_shared<bool>(false);
@@ -97,7 +100,7 @@ TEST_F(NestedPasses, ALogoutAndASlotReusedInsideAStateLookupStopTheStateHandler)
   const SngPeer bob = login(0x22, "bob", 2);
   SngPeer carol;
   injectInNestedPass(net, server.get(), [&] {
-    net->receive(alice, playerBytes(SngNet::LOGOUT, 0));
+    net->receive(alice, sngMessage(SngNet::LOGOUT, SngPlayerMsg{0}).bytes);
     carol = net->connect(127, 0, 0, 3);
     net->receive(carol, loginBytes(0x33, "carol"));
   });
@@ -133,7 +136,7 @@ TEST_F(NestedPasses, AnIdleTimeoutInsideAStateLookupLeavesTheSenderWorking) {
 }
 
 TEST_F(NestedPasses, APassNestedInThePingBurstStartsNoSecondBurst) {
-  startServer("start_gate_altitude_ref = 1\ntask {\n turnpoint {\n  lat = 46.03\n  lon = 7.03\n  name = A\n }\n}\n");
+  startServer(kGateOnGround);
   const SngPeer alice = login(0x11, "alice");
   net->sent.clear();
   // A LOGIN during the burst answers with SERVER_INFO, whose terrain lookup runs a nested pass.
@@ -151,7 +154,7 @@ TEST_F(NestedPasses, APassNestedInThePingBurstStartsNoSecondBurst) {
 }
 
 TEST_F(NestedPasses, NestingIsBoundedUnderAStreamOfLogins) {
-  startServer("start_gate_altitude_ref = 1\ntask {\n turnpoint {\n  lat = 46.03\n  lon = 7.03\n  name = A\n }\n}\n");
+  startServer(kGateOnGround);
   std::vector<SngPeer> peers;
   for (uint8_t i = 0; i < 20; ++i) peers.push_back(net->connect(127, 0, 1, i));
   drain();

@@ -16,9 +16,8 @@ struct Client {
   ENetPeer* peer = nullptr;
   ~Client() { enet_host_destroy(host); }
   void service() {
-    ENetEvent event;
-    while (enet_host_service(host, &event, 0) > 0) {
-      if (event.type == ENET_EVENT_TYPE_RECEIVE) enet_packet_destroy(event.packet);
+    for (ENetEvent e; enet_host_service(host, &e, 0) > 0;) {
+      if (e.type == ENET_EVENT_TYPE_RECEIVE) enet_packet_destroy(e.packet);
     }
   }
 };
@@ -45,16 +44,10 @@ TEST(Connections, ClientsThatSendTheSameConnectIdAreStillTwoConnections) {
       b.service();
       protocol.handleNetworkEvents(1);
     };
-    ASSERT_TRUE(pollUntil([&] {
-      serviceAll();
-      return protocol.connections().size() == 2;
-    }));
+    ASSERT_TRUE(pollUntil([&] { return serviceAll(), protocol.connections().size() == 2; }));
     // One leaves: the other's entry, which keeps its diagnostic budget and orphan clock, stays.
     enet_peer_disconnect(a.peer, 0);
-    ASSERT_TRUE(pollUntil([&] {
-      serviceAll();
-      return protocol.connections().size() < 2;
-    }));
+    ASSERT_TRUE(pollUntil([&] { return serviceAll(), protocol.connections().size() < 2; }));
     EXPECT_EQ(protocol.connections().size(), 1u);
     EXPECT_EQ(b.peer->state, ENET_PEER_STATE_CONNECTED);
   }

@@ -120,12 +120,6 @@ TEST_F(Player, TrackPointsAreAtLeastTwoSecondsApartAndCarryFlagBit2) {
   EXPECT_EQ(player.track.back().time, 104.0f);  // whole seconds
 }
 
-TEST_F(Player, ARecordRemovedDuringTheLookupStopsHalfWay) {
-  server.onLookup = [&] { server.seated = false; };
-  EXPECT_FALSE(player.updateState(at(100.0, 46.0, 7.0, 1000.0)));
-  EXPECT_TRUE(player.track.empty());
-}
-
 TEST_F(Player, CompetitionModeHoldsScoringUntilTheGateOpens) {
   player.task.turnpoints = {SngTurnpoint{.lat = 46.0, .lon = 7.0, .radius = 1000.0},
                             SngTurnpoint{.lat = 46.2, .lon = 7.0}};
