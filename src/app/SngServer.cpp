@@ -125,6 +125,10 @@ bool SngServer::init(int argc, char** argv) {
   btkLogger.log(BTK_INFO, "scenery: %s (%s)", situation.terrainId.c_str(), session_.scenery_dir.c_str());
   logScenerySize();
 
+  // Opened whether or not scans are answered: the port is taken, as operators expect from the log line.
+  lan_only_ = options.lan;
+  scan_.open(options.scan_port);
+
   if (!openNetwork()) return false;
 
   session_.default_comm_channel = btkCommChannel(situation.mp_comm_frq);
@@ -306,6 +310,7 @@ void SngServer::update(int timeoutMs) {
 
   ++session_.pass_count;
   protocol_.handleNetworkEvents(timeoutMs);
+  if (lan_only_) scan_.poll();
 }
 
 void SngServer::updatePlayers(float dt) {

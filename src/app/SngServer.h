@@ -8,6 +8,7 @@
 
 #include "app/SngOptions.h"
 #include "net/SngProtocol.h"
+#include "net/SngScanResponder.h"
 #include "net/SngSession.h"
 #include "toolkit/BtkTimer.h"
 
@@ -46,6 +47,7 @@ class SngServer {
 
   SngSession& session() { return session_; }
   SngProtocol& protocol() { return protocol_; }
+  SngScanResponder& scanResponder() { return scan_; }
 
   SngOptions options;
 
@@ -65,6 +67,8 @@ class SngServer {
 
   SngSession session_;
   SngProtocol protocol_;
+  SngScanResponder scan_{session_, protocol_.players()};
+  bool lan_only_ = false;  // "-lan": answer scans
   std::string name_;  // the situation file's base name: names the kill and pid files
   bool enet_initialized_ = false;
 

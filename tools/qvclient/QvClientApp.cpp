@@ -1,4 +1,5 @@
 #include "QvClientApp.h"
+#include "QvScan.h"
 
 #include <arpa/inet.h>
 
@@ -93,6 +94,12 @@ class OptionParser {
       return !error.empty() || o.rate_hz <= kMaxRateHz ? error : "--rate is at most 100 states per second";
     }
     if (key == "--time-scale") return positive(value, o.time_scale, key);
+    if (key == "--scan") {
+      unsigned long long scanPort = 0;
+      if (!parseUnsigned(value, 10, 65535, scanPort)) return "--scan needs a port: " + value;
+      o.scan_port = static_cast<uint16_t>(scanPort);
+      return "";
+    }
     if (key == "--chat") {
       o.chat = value;
       return "";
@@ -128,6 +135,8 @@ class OptionParser {
       seen_.push_back(arg);
     } else if (arg == "--no-logout") {
       o.logout = false;
+    } else if (arg == "--scan") {
+      o.scan_port = 16101;
     } else {
       return false;
     }
@@ -475,6 +484,7 @@ Staying connected:
   --listen                 print one line per message received ("<"); sent ones show as ">"
   --seconds=N              with --listen or --fly: stop after N seconds (default: at Ctrl-C)
   --no-logout              leave without LOGOUT (the server keeps the player idle for a while)
+  --scan[=PORT]            list the servers that answer a LAN scan at --host (scan port 16101)
   --help                   this text
 
 Exit status: 0 done, 1 connection failed or lost, or login or join refused, 2 usage error.
@@ -483,6 +493,17 @@ Exit status: 0 done, 1 connection failed or lost, or login or join refused, 2 us
 
 int qvRunClient(const QvClientOptions& options, std::ostream& out, std::ostream& err,
                 const std::atomic<bool>& stop) {
+  if (options.scan_port) {
+    const auto wait = std::chrono::milliseconds(static_cast<int64_t>(options.timeout_s * 1000.0));
+    const std::vector<QvScanAnswer> answers = qvScan(options.host, *options.scan_port, wait);
+    for (const QvScanAnswer& a : answers) {
+      out << a.from << ": \"" << a.reply.server_name << "\" at " << a.reply.server_address << ", game port "
+          << a.reply.port << ", scenery " << a.reply.scenery_name << ", " << a.reply.num_players << " of "
+          << a.reply.max_players << " pilots, task " << a.reply.task_km << " km\n";
+    }
+    if (answers.empty()) err << "qvclient: no server answered a scan at " << options.host << ":" << *options.scan_port << "\n";
+    return answers.empty() ? kQvExitFailed : 0;
+  }
   ClientRun run(options, out, err, stop);
   return run.run();
 }

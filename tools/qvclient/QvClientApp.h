@@ -43,6 +43,7 @@ struct QvClientOptions {
 
   std::optional<std::string> chat;
   bool logout = true;  // send LOGOUT before leaving
+  std::optional<uint16_t> scan_port;  // --scan: list the servers answering LAN scans at --host instead
   bool help = false;
 };
 

@@ -34,12 +34,12 @@ SngServer* makeServer() {
          "task {\n turnpoint {\n  lat = 46.01\n  lon = 7.01\n  name = Start\n }\n"
          " turnpoint {\n  lat = 46.05\n  lon = 7.05\n  oz = 1\n  angle1 = 45\n  angle2 = 30\n  name = Two\n }\n}\n";
   std::string dataArg = "-datadir=" + root + "/data", userArg = "-userdir=" + root + "/user";
-  char* argv[] = {const_cast<char*>("qvserver"), dataArg.data(), userArg.data()};
+  char* argv[] = {const_cast<char*>("qvserver"), dataArg.data(), userArg.data(), const_cast<char*>("-scan_port=0")};
   btkSetClockSource(&fuzzClock);
   btkSetExitHandler(&throwOnExit);
-  initApplicationPaths(3, argv);
+  initApplicationPaths(4, argv);
   auto* server = new SngServer();
-  if (!server->init(3, argv)) abort();
+  if (!server->init(4, argv)) abort();
   btkLogger.open("/dev/null", BTK_DEBUG, false);
   server->startLoopClocks();
   return server;

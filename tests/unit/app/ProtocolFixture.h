@@ -63,7 +63,9 @@ class ProtocolFixture : public ::testing::Test {
     server.reset();
     writeText(servers() + "/QVServer.stn",
               "terrainId = test\nmp_server_port = " + std::to_string(freeUdpPort()) + "\n" + situationLines);
-    std::vector<std::string> args{"qvserver", "-datadir=" + tmp.path("data"), "-userdir=" + tmp.path("user")};
+    // Scan port 0: the system picks a free one, so that servers in parallel tests never share it.
+    std::vector<std::string> args{"qvserver", "-datadir=" + tmp.path("data"), "-userdir=" + tmp.path("user"),
+                                  "-scan_port=0"};
     args.insert(args.end(), options.begin(), options.end());
     std::vector<char*> argv;
     for (auto& arg : args) argv.push_back(arg.data());
