@@ -28,6 +28,7 @@ void SngScanResponder::open(uint16_t port) {
   if (enet_socket_get_address(socket_, &address) != 0) {
     return btkLogger.log(BTK_ERROR, "Cannot get listen socket address\n");
   }
+  port_ = address.port;
   btkLogger.log(BTK_INFO, "Listening for scans on port %d\n", address.port);
 }
 

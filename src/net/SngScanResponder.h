@@ -28,6 +28,7 @@ class SngScanResponder {
   void open(uint16_t port);
   void poll();
   SngScanReply reply() const;
+  uint16_t port() const { return port_; }  // as bound; 0 until open succeeded
 
   uint64_t numAnswered = 0;
   uint64_t numRefused = 0;
@@ -36,6 +37,7 @@ class SngScanResponder {
   const SngSession& session_;
   const SngPlayerTable& players_;
   ENetSocket socket_ = ENET_SOCKET_NULL;
+  uint16_t port_ = 0;
   SngScanLimiter limiter_;
   uint64_t refused_not_local_ = 0;  // since the last summary line
   uint64_t refused_rate_ = 0;
