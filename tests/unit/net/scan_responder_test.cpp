@@ -17,7 +17,6 @@ TEST(ScanResponder, TheLongestReplyStaysSmallAndEachPollAnswersOneRequest) {
 
   ASSERT_EQ(enet_initialize(), 0);
   responder.open(0);
-  ASSERT_NE(responder.port(), 0);
   // Two requests wait before the first poll (loopback delivers at once): each poll answers one.
   const int fd = bindUdpSocket(0);
   sockaddr_in to{.sin_family = AF_INET, .sin_port = htons(responder.port()), .sin_addr = {htonl(INADDR_LOOPBACK)}, .sin_zero = {}};
