@@ -47,7 +47,6 @@ class SngServer {
 
   SngSession& session() { return session_; }
   SngProtocol& protocol() { return protocol_; }
-  SngScanResponder& scanResponder() { return scan_; }
 
   SngOptions options;
 

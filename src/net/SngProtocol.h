@@ -44,7 +44,6 @@ class SngProtocol : public SngPlayerHost {
 
   // One transport service step: handles at most one event, waiting up to timeoutMs.
   void handleNetworkEvents(int timeoutMs);
-  void dispatchMessage(const SngNetEvent& event);
   // Runs one pass from inside another unless the nesting bound is reached (then counts and skips).
   void runNestedPass(int timeoutMs);
   // The ping burst: five PINGs and a TIME_SYNC to every live player, servicing the network in between.
@@ -70,7 +69,6 @@ class SngProtocol : public SngPlayerHost {
 
   SngPlayerTable& players() { return players_; }
   const SngPlayerTable& players() const { return players_; }
-  SngOutbox& outbox() { return out_; }
   SngConnections& connections() { return connections_; }
   SngBroadcasts& broadcasts() { return broadcasts_; }
 
@@ -93,6 +91,8 @@ class SngProtocol : public SngPlayerHost {
   Counters counters() const;
 
  private:
+  void dispatchMessage(const SngNetEvent& event);
+
   SngSession& session_;
   std::function<void(int)> runPass_;
   SngPlayerTable players_;

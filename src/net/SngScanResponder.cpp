@@ -66,7 +66,6 @@ void SngScanResponder::poll() {
   const double now = btkWallClockMs();
   const SngScanLimiter::Verdict verdict = limiter_.check(ENET_NET_TO_HOST_32(from.host), now);
   if (verdict != SngScanLimiter::ANSWER) {
-    ++numRefused;
     ++(verdict == SngScanLimiter::NOT_LOCAL ? refused_not_local_ : refused_rate_);
     if (now - refused_log_ms_ >= kRefusedLogIntervalMs) {
       btkLogger.log(BTK_WARNING, "Scan requests refused: %llu from outside the local network, %llu over the rate",

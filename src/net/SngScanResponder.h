@@ -31,7 +31,6 @@ class SngScanResponder {
   uint16_t port() const { return port_; }  // as bound; 0 until open succeeded
 
   uint64_t numAnswered = 0;
-  uint64_t numRefused = 0;
 
  private:
   const SngSession& session_;
